@@ -1,0 +1,161 @@
+#pragma once
+
+#include <TandrellCore/Platform/Data.h>
+#include <TandrellCore/Platform/Dispatch.h>
+#include <TandrellCore/Platform/Error.h>
+#include <TandrellCore/Platform/Uuid.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace tandrell {
+
+/// Failures that the Bluetooth stack itself reports; the domain is "CBErrorDomain". Others keep the
+/// domain and text of the back end that met them.
+enum class CentralError { peripheralDisconnected = 7, uuidNotAllowed = 8 };
+constexpr std::string_view errorDomain(CentralError) { return "CBErrorDomain"; }
+std::string_view errorText(CentralError error);
+
+/// The state of the radio; only in `poweredOn` can anything be done with it.
+enum class CentralManagerState {
+  unknown,
+  resetting,
+  unsupported,
+  unauthorized,
+  poweredOff,
+  poweredOn
+};
+
+/// The state's name as it appears in log lines, for example "poweredOff".
+std::string_view nameOf(CentralManagerState state);
+
+/// A service found on a peripheral. The handle tells two services with one UUID apart; its meaning
+/// is the back end's.
+struct GattService {
+  Uuid uuid;
+  std::uint64_t handle = 0;
+};
+
+/// A characteristic found in a service.
+struct GattCharacteristic {
+  Uuid uuid;
+  Uuid serviceUuid;
+  std::uint64_t handle = 0;
+};
+
+/// Whether the peripheral confirms a write.
+enum class WriteType { withResponse, withoutResponse };
+
+/// What an advertisement said.
+struct Advertisement {
+  std::string localName;
+  std::vector<Uuid> serviceUuids;
+  int rssi = 0;  ///< dBm
+};
+
+class Peripheral;
+
+/// Receives what happens on one peripheral. Every call arrives on the central manager's queue, in
+/// a barrier block of its own.
+class PeripheralDelegate {
+ public:
+  virtual ~PeripheralDelegate() = default;
+  virtual void didDiscoverServices(const std::vector<GattService>& services,
+                                   const std::optional<Error>& error) = 0;
+  virtual void didDiscoverCharacteristics(const GattService& service,
+                                          const std::vector<GattCharacteristic>& characteristics,
+                                          const std::optional<Error>& error) = 0;
+  virtual void didUpdateNotificationState(const GattCharacteristic& characteristic,
+                                          const std::optional<Error>& error) = 0;
+  /// A notification. Values arrive in the order in which the peripheral sent them, each once; the
+  /// bytes are handed over. Without bytes the error says why.
+  virtual void didUpdateValue(const GattCharacteristic& characteristic, std::optional<Data> value,
+                              const std::optional<Error>& error) = 0;
+  /// The peripheral confirmed the write, or it failed.
+  virtual void didWriteValue(const GattCharacteristic& characteristic,
+                             const std::optional<Error>& error) = 0;
+};
+
+/// A remote device. Its operations are called on the central manager's queue and return at once;
+/// the answer arrives at the delegate. The same device is the same object for as long as anybody
+/// holds it.
+class Peripheral {
+ public:
+  virtual ~Peripheral() = default;
+
+  /// Stable for this device on this host.
+  virtual Uuid identifier() const = 0;
+
+  /// The one delegate; held weakly. An answer goes to the delegate that was set when its operation
+  /// was called, so that what belongs to an earlier connection cannot be taken for a later one's.
+  virtual void setDelegate(std::weak_ptr<PeripheralDelegate> delegate) = 0;
+
+  /// With an empty list: all services.
+  virtual void discoverServices(std::span<const Uuid> services) = 0;
+  virtual void discoverCharacteristics(const GattService& service) = 0;
+  virtual void setNotifyValue(bool enabled, const GattCharacteristic& characteristic) = 0;
+  /// At most one write is in flight on a characteristic. A write that a dropped link cuts off ends
+  /// with `peripheralDisconnected` or is never answered.
+  virtual void writeValue(Data value, const GattCharacteristic& characteristic, WriteType type) = 0;
+};
+
+/// Shared by the manager's users; the manager itself need not keep it.
+using PeripheralPtr = std::shared_ptr<Peripheral>;
+
+/// Receives what happens on the radio. Every call arrives on the central manager's queue, in a
+/// barrier block of its own.
+class CentralManagerDelegate {
+ public:
+  virtual ~CentralManagerDelegate() = default;
+  /// Called once the state is first known and at every change.
+  virtual void didUpdateState() = 0;
+  virtual void didDiscover(const PeripheralPtr& peripheral, const Advertisement& advertisement) = 0;
+  virtual void didConnect(const PeripheralPtr& peripheral) = 0;
+  /// The link is gone; the error is absent when this side asked for it.
+  virtual void didDisconnect(const PeripheralPtr& peripheral,
+                             const std::optional<Error>& error) = 0;
+  virtual void didFailToConnect(const PeripheralPtr& peripheral,
+                                const std::optional<Error>& error) = 0;
+  /// Peripherals that an earlier life of the process left connected; arrives before the first
+  /// state update.
+  virtual void willRestoreState(const std::vector<PeripheralPtr>& peripherals) = 0;
+};
+
+/// The central role of one Bluetooth radio. Operations are called on its queue and return at once.
+class CentralManager {
+ public:
+  virtual ~CentralManager() = default;
+  virtual CentralManagerState state() const = 0;
+  virtual bool isScanning() const = 0;
+  /// Held weakly; an empty pointer detaches, and nothing is delivered afterwards.
+  virtual void setDelegate(std::weak_ptr<CentralManagerDelegate> delegate) = 0;
+  /// Looks for peripherals that advertise any of the services; replaces a scan that is running.
+  virtual void scanForPeripherals(std::span<const Uuid> services) = 0;
+  virtual void stopScan() = 0;
+  /// Does not time out by itself. Connecting to a connected peripheral reports it connected.
+  virtual void connect(const PeripheralPtr& peripheral) = 0;
+  /// Ends a connection or an attempt; `didDisconnect` follows where there was either.
+  virtual void cancelConnection(const PeripheralPtr& peripheral) = 0;
+};
+
+/// How a central manager is to be.
+struct CentralManagerOptions {
+  /// Names this central across restarts of the process; absent switches restoration off.
+  std::optional<std::string> restoreIdentifier;
+};
+
+/// Makes the platform's central manager.
+class CentralManagerFactory {
+ public:
+  virtual ~CentralManagerFactory() = default;
+  virtual std::shared_ptr<CentralManager> makeCentralManager(
+      std::weak_ptr<CentralManagerDelegate> delegate, QueuePtr queue,
+      const CentralManagerOptions& options) = 0;
+};
+
+}  // namespace tandrell
