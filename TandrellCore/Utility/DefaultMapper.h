@@ -1,0 +1,162 @@
+#pragma once
+
+#include <TandrellCore/Platform/Error.h>
+#include <TandrellCore/Platform/UserDefaults.h>
+#include <TandrellCore/Utility/JsonCodec.h>
+#include <TandrellCore/Utility/Logger.h>
+
+#include <google/protobuf/message.h>
+
+#include <concepts>
+#include <optional>
+#include <string>
+
+namespace tandrell {
+
+/// Converts values of one type to and from what a user-defaults store holds. Failures are logged at
+/// error level; a failed write leaves the previous entry as it was, a failed read is absent.
+/// The operations of the base are abstract: calling them stops the process.
+template <class T>
+class DefaultMapper {
+ public:
+  virtual ~DefaultMapper() = default;
+  virtual void putValue(const T&, const std::string&, UserDefaults&) {
+    fatalError("putValue is unimplemented");
+  }
+  virtual std::optional<T> getValue(const std::string&, const UserDefaults&) {
+    fatalError("getValue is unimplemented");
+  }
+};
+
+/// The log lines that the mappers share.
+namespace mapperLog {
+void putFailed(std::string_view what, std::string_view error);
+void getFailed(std::string_view what, std::string_view error);
+}  // namespace mapperLog
+
+/// Values with a `JsonCodec`, stored as JSON text in a bytes entry.
+template <class T>
+class CodableDefaultMapper : public DefaultMapper<T> {
+ public:
+  void putValue(const T& value, const std::string& key, UserDefaults& userDefaults) override {
+    try {
+      const std::string text = JsonCodec<T>::encode(value).dump();
+      userDefaults.setObject({copyOf(viewOf(text))}, key);
+    } catch (const Json::exception& error) {
+      mapperLog::putFailed("putValue: failed to encode json", error.what());
+    }
+  }
+  std::optional<T> getValue(const std::string& key, const UserDefaults& userDefaults) override {
+    const auto data = userDefaults.data(key);
+    if (!data) return std::nullopt;
+    try {
+      return JsonCodec<T>::decode(Json::parse(data->begin(), data->end()));
+    } catch (const Json::exception& error) {
+      mapperLog::getFailed("getValue: failed to decode json", error.what());
+      return std::nullopt;
+    }
+  }
+};
+
+/// Protobuf messages, stored as their binary encoding in a bytes entry.
+template <std::derived_from<google::protobuf::Message> T>
+class ProtoDefaultMapper : public DefaultMapper<T> {
+ public:
+  void putValue(const T& value, const std::string& key, UserDefaults& userDefaults) override {
+    Data data(value.ByteSizeLong());
+    if (!value.SerializeToArray(data.data(), static_cast<int>(data.size()))) {
+      mapperLog::putFailed("putValue: failed to encode protobuf", "message cannot be encoded");
+      return;
+    }
+    userDefaults.setObject({std::move(data)}, key);
+  }
+  std::optional<T> getValue(const std::string& key, const UserDefaults& userDefaults) override {
+    const auto data = userDefaults.data(key);
+    if (!data) return std::nullopt;
+    T value;
+    if (value.ParseFromArray(data->data(), static_cast<int>(data->size()))) return value;
+    mapperLog::getFailed("getValue: failed to decode protobuf", "malformed or truncated message");
+    return std::nullopt;
+  }
+};
+
+/// Which types a user-defaults store holds as they are: text, boolean, 64-bit integer, floating
+/// point, bytes, date, and arrays and maps of these.
+template <class T>
+struct UserDefaultsEligibleTraits {
+  static constexpr bool eligible = std::same_as<T, std::string> || std::same_as<T, bool> ||
+                                   std::same_as<T, std::int64_t> || std::same_as<T, double> ||
+                                   std::same_as<T, float> || std::same_as<T, Data> ||
+                                   std::same_as<T, Date>;
+  static PropertyList toObject(const T& value) { return {value}; }
+  static std::optional<T> fromObject(const PropertyList& object) {
+    const auto* value = std::get_if<T>(&object.value);
+    return value ? std::optional<T>(*value) : std::nullopt;
+  }
+};
+
+template <class T>
+concept UserDefaultsEligible = UserDefaultsEligibleTraits<T>::eligible;
+
+/// Lists of such values; a list of bytes is `Data`.
+template <UserDefaultsEligible T>
+requires(!std::same_as<T, std::uint8_t>) struct UserDefaultsEligibleTraits<std::vector<T>> {
+  static constexpr bool eligible = true;
+  static PropertyList toObject(const std::vector<T>& values) {
+    PropertyList::Array array;
+    for (const T& value : values) array.push_back(UserDefaultsEligibleTraits<T>::toObject(value));
+    return {std::move(array)};
+  }
+  static std::optional<std::vector<T>> fromObject(const PropertyList& object) {
+    const auto* array = std::get_if<PropertyList::Array>(&object.value);
+    if (!array) return std::nullopt;
+    std::vector<T> values;
+    for (const auto& element : *array) {
+      auto value = UserDefaultsEligibleTraits<T>::fromObject(element);
+      if (!value) return std::nullopt;
+      values.push_back(std::move(*value));
+    }
+    return values;
+  }
+};
+
+/// Maps of such values.
+template <UserDefaultsEligible K, UserDefaultsEligible V>
+struct UserDefaultsEligibleTraits<std::map<K, V>> {
+  static constexpr bool eligible = true;
+  static PropertyList toObject(const std::map<K, V>& map) {
+    PropertyList::Map object;
+    for (const auto& [key, value] : map) {
+      object.emplace(UserDefaultsEligibleTraits<K>::toObject(key),
+                     UserDefaultsEligibleTraits<V>::toObject(value));
+    }
+    return {std::move(object)};
+  }
+  static std::optional<std::map<K, V>> fromObject(const PropertyList& object) {
+    const auto* entries = std::get_if<PropertyList::Map>(&object.value);
+    if (!entries) return std::nullopt;
+    std::map<K, V> map;
+    for (const auto& [entryKey, entryValue] : *entries) {
+      auto key = UserDefaultsEligibleTraits<K>::fromObject(entryKey);
+      auto value = UserDefaultsEligibleTraits<V>::fromObject(entryValue);
+      if (!key || !value) return std::nullopt;
+      map.emplace(std::move(*key), std::move(*value));
+    }
+    return map;
+  }
+};
+
+/// Values that the store holds as they are. An entry of another type reads as absent.
+template <UserDefaultsEligible T>
+class EligibleDefaultMapper : public DefaultMapper<T> {
+ public:
+  void putValue(const T& value, const std::string& key, UserDefaults& userDefaults) override {
+    userDefaults.setObject(UserDefaultsEligibleTraits<T>::toObject(value), key);
+  }
+  std::optional<T> getValue(const std::string& key, const UserDefaults& userDefaults) override {
+    const auto object = userDefaults.object(key);
+    return object ? UserDefaultsEligibleTraits<T>::fromObject(*object) : std::nullopt;
+  }
+};
+
+}  // namespace tandrell
