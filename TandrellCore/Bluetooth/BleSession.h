@@ -1,0 +1,67 @@
+#pragma once
+
+#include <TandrellCore/Async/Promise.h>
+#include <TandrellCore/Bluetooth/BleEvent.h>
+
+#include <functional>
+#include <optional>
+
+namespace tandrell {
+
+/// One GATT service of one peripheral, as the device link sees it. The central owns the sessions,
+/// one per service, and keeps them across connections. All operations may be called from any thread
+/// but `onEvent`, which must not be called on the central's queue.
+class BleSession {
+ public:
+  using EventHandler = std::function<void(const BleEvent&)>;
+
+  virtual ~BleSession() = default;
+
+  /// The central is scanning on behalf of this session.
+  virtual bool scanning() const = 0;
+  /// The peripheral is connected and the service is usable.
+  virtual bool connected() const = 0;
+
+  /// Starts looking for the service. Returns the session, for chaining; so do the next two.
+  virtual BleSession& start() = 0;
+
+  /// How long a dropped link may take to return before it counts as disconnected; absent (the
+  /// initial value): no grace period, every drop is a disconnect.
+  virtual BleSession& reconnectDuration(std::optional<Duration> duration) = 0;
+
+  /// Installs the one handler and hands it every event that arrived before there was one, oldest
+  /// first, before this returns. The handler is called on the central's queue, in a barrier block.
+  virtual BleSession& onEvent(EventHandler handler) = 0;
+
+  /// Queues one write; writes go out one at a time, in order. Fulfilled with the bytes once the
+  /// peripheral has acknowledged all of them. Rejected with a `BleError` when there is no such
+  /// characteristic or the session ends first, or with the platform's own error. A write that a
+  /// drop interrupts is sent again, from its beginning, when the link returns in time.
+  virtual Promise<Data> writeData(const Uuid& charUUID, Data data) = 0;
+
+  /// Looks for the service again after the session was ended.
+  virtual void reconnect() = 0;
+
+  /// Ends the session; a disconnect event follows.
+  virtual void disconnect() = 0;
+
+  /// Drops the handler; later events are kept for the next one.
+  virtual void disposeEventHandler() = 0;
+};
+
+/// What a session needs from the central.
+class BleSessionDelegate {
+ public:
+  virtual ~BleSessionDelegate() = default;
+  /// The queue of all radio callbacks. Concurrent: state is changed in barrier blocks only.
+  virtual const QueuePtr& centralQueue() const = 0;
+  virtual void startScan() = 0;
+  /// Writes the bytes in chunks and settles the promise.
+  virtual void writeData(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
+                         Promise<Data> promise) = 0;
+  virtual void disconnectPeripheral(const Uuid& serviceUUID) = 0;
+  /// The session's grace period ran out: nobody waits for its peripheral any more.
+  virtual void sessionDidExpire(const Uuid& serviceUUID) = 0;
+};
+
+}  // namespace tandrell
