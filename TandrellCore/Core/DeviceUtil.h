@@ -1,0 +1,88 @@
+#pragma once
+
+#include <TandrellCore/Async/Promise.h>
+#include <TandrellCore/Async/Subject.h>
+#include <TandrellCore/Bluetooth/BleUtility.h>
+#include <TandrellCore/Core/DeviceError.h>
+#include <TandrellCore/Core/DeviceState.h>
+#include <TandrellCore/Platform/Environment.h>
+#include <TandrellCore/Proto/Device.pb.h>
+#include <TandrellCore/Utility/Version.h>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace tandrell {
+
+/// The link to the communicator: its live state, and a queue of parcels that are written to it one
+/// at a time. All operations may be called from any thread. Observers are called on the link's
+/// queues; continuations of its promises run on the main queue unless they name another.
+class DeviceUtil {
+ public:
+  virtual ~DeviceUtil() = default;
+
+  /// Satellite signal quality as the device reports it; 0 while disconnected.
+  virtual ObservableValue<std::int64_t>& quality() = 0;
+  /// Battery charge in percent; -1 while unknown.
+  virtual ObservableValue<std::int64_t>& battery() = 0;
+  /// The modem's identity; empty while unknown.
+  virtual ObservableValue<std::string>& imei() = 0;
+  virtual ObservableValue<std::optional<Version>>& firmwareVersion() = 0;
+  /// Whether the device was tracking when it last said so.
+  virtual ObservableValue<DeviceTrackingState>& initialTrackingState() = 0;
+  virtual ObservableValue<DeviceConnectionState>& connectionState() = 0;
+  /// Every parcel that arrives or whose delivery status changes, the link's own error reports
+  /// included (see `errorWaitingParcels`; a parcel of which the device says nothing for more than
+  /// 90 seconds is reported in error too).
+  virtual Observable<::Parcel>& parcel() = 0;
+  virtual ObservableValue<DeviceActivityState>& activityState() = 0;
+  /// The settings that the device last reported.
+  virtual ObservableValue<std::optional<::SettingsCommand>>& settings() = 0;
+  /// When a sleeping device will next wake.
+  virtual ObservableValue<std::optional<Date>>& wakeDate() = 0;
+
+  /// Starts looking for the communicator, and connects to it; while it is looking or connected,
+  /// disconnects instead. Fulfilled with the state that comes of it: connected, disconnected when
+  /// the attempt ends otherwise, or disconnected at once for a disconnection. Rejected with a
+  /// `BleError` when the radio is off or connecting fails. A later call takes the place of an
+  /// earlier one whose promise is still pending; that promise then stays pending.
+  virtual Promise<DeviceConnectionState> toggleScan() = 0;
+
+  /// Ends the connection, where there is one; the state follows.
+  virtual void disconnect() = 0;
+
+  /// Queues the parcel. Fulfilled with it once the device has acknowledged all its bytes (not when
+  /// it is delivered: that arrives on `parcel`). Rejected with the write's error, or with
+  /// `DeviceError::transferAborted` when the link is disconnected before its turn. Before the first
+  /// `toggleScan()` it waits. Tracking-session parcels that wait together are merged into the first
+  /// of them; the promises of the others stay pending, as does that of a parcel that timed out.
+  virtual Promise<::Parcel> send(const ::Parcel& parcel) = 0;
+
+  /// Without transmission the parcel is written at once, past the queue, the delivery book and the
+  /// activity state; `BleError::peripheralNotFound` where there was no `toggleScan()` yet.
+  virtual Promise<::Parcel> send(const ::Parcel& parcel, bool requiresTransmission) = 0;
+
+  /// Writes the settings to the device, past the queue. Fulfilled with them when the write is
+  /// acknowledged, rejected with its error. `settings()` changes when the device reports them back.
+  virtual Promise<::SettingsCommand> updateSettings(const ::SettingsCommand& settings) = 0;
+
+  /// Reports the parcels that were still queued when the application last stopped as parcels in
+  /// error on `parcel`, once. Call it at start-up, after observing `parcel`.
+  virtual void errorWaitingParcels() = 0;
+};
+
+/// Makes a link of its own; the caller owns it. Releasing it settles nothing.
+std::shared_ptr<DeviceUtil> makeDeviceUtil(const Environment& environment,
+                                           std::shared_ptr<BleUtility> ble);
+
+/// For classes that need the link: by default the process's one, over the installed environment
+/// and `BleConfig::bleUtility()`, made on first use and never destroyed.
+class HasDeviceUtil {
+ public:
+  virtual ~HasDeviceUtil() = default;
+  virtual const std::shared_ptr<DeviceUtil>& deviceUtil() const;
+};
+
+}  // namespace tandrell

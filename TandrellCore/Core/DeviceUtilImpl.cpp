@@ -1,0 +1,313 @@
+#include <TandrellCore/Bluetooth/BleConfig.h>
+#include <TandrellCore/Core/DeviceUtilImpl.h>
+#include <TandrellCore/Core/MergeTasksImpl.h>
+#include <TandrellCore/Utility/Extensions/Command+Tools.h>
+#include <TandrellCore/Utility/Logger.h>
+#include <TandrellCore/Utility/Overloaded.h>
+
+#include <algorithm>
+
+// The link, its session and its queue of tasks.
+namespace tandrell {
+namespace {
+
+constexpr SourceLog log("DeviceUtil");
+
+}  // namespace
+
+std::shared_ptr<DeviceUtil> makeDeviceUtil(const Environment& environment,
+                                           std::shared_ptr<BleUtility> ble) {
+  return std::make_shared<DeviceUtilImpl>(environment, std::move(ble));
+}
+
+const std::shared_ptr<DeviceUtil>& HasDeviceUtil::deviceUtil() const {
+  static const auto* shared = new std::shared_ptr<DeviceUtil>(
+      makeDeviceUtil(Environment::installed(), BleConfig::bleUtility()));
+  return *shared;
+}
+
+DeviceUtilImpl::DeviceUtilImpl(const Environment& environment, std::shared_ptr<BleUtility> ble)
+    : environment_(environment),
+      ble_(std::move(ble)),
+      pendingParcels_(UserDefault<PendingParcels>::with<CodableDefaultMapper>(
+          "DeviceUtil.pendingParcels", environment.userDefaults)),
+      waitingParcels_(AppDefault<PendingParcels>::with<CodableDefaultMapper>(
+          "DeviceUtil.waitingParcels", environment.userDefaults)),
+      didRequestDeviceScan_(AppDefault<bool>::with<EligibleDefaultMapper>(
+          "DeviceUtil.didRequestDeviceScan", environment.userDefaults)),
+      taskSafe_(*environment.dispatcher, QualityOfService::userInitiated) {}
+
+DeviceUtilImpl::~DeviceUtilImpl() = default;
+
+void DeviceUtilImpl::onTaskStore(std::function<void(DeviceUtilImpl&)> block) {
+  taskSafe_.write([weak = weak_from_this(), block = std::move(block)] {
+    if (const auto self = weak.lock()) block(*self);
+  });
+}
+
+std::shared_ptr<BleSession> DeviceUtilImpl::session() const {
+  const std::lock_guard lock(mutex_);
+  return bleSession_;
+}
+
+bool DeviceUtilImpl::adopt(const std::shared_ptr<BleSession>& session) {
+  const std::lock_guard lock(mutex_);
+  if (bleSession_) return false;
+  bleSession_ = session;
+  return true;
+}
+
+Promise<DeviceConnectionState> DeviceUtilImpl::makePendingScanPromise() {
+  const std::lock_guard lock(mutex_);
+  return pendingScanPromise_.emplace(environment_.mainQueue());
+}
+
+void DeviceUtilImpl::settlePendingScanPromise(Result<DeviceConnectionState> outcome) {
+  std::optional<Promise<DeviceConnectionState>> pending;
+  {
+    const std::lock_guard lock(mutex_);
+    pending = pendingScanPromise_;
+  }
+  if (pending) pending->settle(std::move(outcome));
+}
+
+Promise<DeviceConnectionState> DeviceUtilImpl::toggleScan() {
+  const auto current = session();
+  if (current && (current->scanning() || current->connected())) {
+    current->disconnect();
+    setRequestedScan(false);
+    return Promise<DeviceConnectionState>::fulfilled(environment_.mainQueue(),
+                                                     DeviceConnectionState::disconnected);
+  }
+  connectionState_.publish(DeviceConnectionState::scanning);
+  const auto promise = makePendingScanPromise();
+  if (current) {
+    current->reconnect();
+  } else {
+    connectFirst();
+  }
+  setRequestedScan(true);
+  return promise;
+}
+
+void DeviceUtilImpl::connectFirst() {
+  const auto session = ble_->sessionForService(BleConfig::DeviceUUIDs::Service);
+  if (adopt(session)) {
+    listenTo(*session);
+  } else {
+    session->reconnect();  // another thread was first
+  }
+}
+
+void DeviceUtilImpl::listenTo(BleSession& session) {
+  session.start()
+      .reconnectDuration(ReconnectGracePeriod)
+      .onEvent([weak = weak_from_this()](const BleEvent& event) {
+        if (const auto self = weak.lock()) self->handle(event);
+      });
+}
+
+void DeviceUtilImpl::setRequestedScan(bool requested) {
+  didRequestDeviceScan_->setValue(requested);
+}
+
+void DeviceUtilImpl::disconnect() {
+  if (const auto current = session()) current->disconnect();
+}
+
+void DeviceUtilImpl::handle(const BleEvent& event) {
+  using State = DeviceConnectionState;
+  std::visit(Overloaded{[&](const BleConnectEvent&) { didConnect(); },
+                        [&](const BleDisconnectEvent&) {
+                          connectionState_.publish(State::disconnected);
+                          reset();
+                          settlePendingScanPromise(Result<State>::success(State::disconnected));
+                        },
+                        [&](const BlePauseEvent&) {
+                          connectionState_.publish(State::scanning);
+                          onTaskStore([](auto& self) { self.cancelPendingParcelsTimer(); });
+                          didPause();
+                        },
+                        [&](const BleReceiveEvent& received) {
+                          if (!commandParser_) commandParser_ = makeParser();
+                          commandParser_->parseData(received.data);
+                        },
+                        [&](const BleErrorEvent& failed) {
+                          connectionState_.publish(State::disconnected);
+                          settlePendingScanPromise(Result<State>::error(failed.error));
+                        },
+                        [&](const BleWriteErrorEvent& failed) {
+                          if (failed.error != BleWriteError::expiredUUID) return;
+                          log.debug("toggleScan()", [] {
+                            return "onEvent: received expiredUUID - resetting connection";
+                          });
+                          resetConnection();
+                        },
+                        [](const auto&) {}},
+             event);
+}
+
+void DeviceUtilImpl::didConnect() {
+  using State = DeviceConnectionState;
+  connectionState_.publish(State::connected);
+  onTaskStore([](DeviceUtilImpl& self) {
+    const auto pending = self.pendingParcels_->value();
+    if (pending && !pending->empty()) self.startPendingParcelsTimer();
+    if (self.activityState_.value() == DeviceActivityState::disconnected) {
+      self.activityState_.publish(DeviceActivityState::listening);
+    }
+    self.initialTrackingState_.publish(DeviceTrackingState::disabled);
+    self.settlePendingScanPromise(Result<State>::success(State::connected));
+  });
+}
+
+void DeviceUtilImpl::didPause() {
+  if (commandParser_) commandParser_->reset();
+}
+
+void DeviceUtilImpl::resetConnection() {
+  environment_.mainQueue()->asyncAfter(ResetConnectionDelay, [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->toggleScan();
+  });
+}
+
+void DeviceUtilImpl::reset() {
+  // Here and not with the tasks: the parser belongs to the central's queue.
+  if (commandParser_) commandParser_->reset();
+  onTaskStore([](DeviceUtilImpl& self) { self.resetTasks(); });
+}
+
+void DeviceUtilImpl::resetTasks() {
+  log.verbose("reset()", [&] {
+    return fmt::format("reset: error out remaining tasks; count={}", taskSafe_.taskQueue.size());
+  });
+  // The head is in flight: it is left to the pending parcels.
+  const auto tasks = std::exchange(taskSafe_.taskQueue, {});
+  for (std::size_t i = 1; i < tasks.size(); ++i) {
+    ::Parcel parcel = tasks[i].parcel;
+    parcel.set_status(ParcelStatus::error);
+    log.debug("reset()",
+              [&] { return fmt::format("reset: did error out parcel; parcelId={}", parcel.id()); });
+    parcel_.publish(std::move(parcel));
+    tasks[i].completeWithError(DeviceError::transferAborted);
+  }
+  waitingParcels_->clear();
+  taskSafe_.didStartTask = false;
+  activityState_.publish(DeviceActivityState::disconnected);
+  quality_.publish(0);
+  firmwareVersion_.publish(std::nullopt);
+  initialTrackingState_.publish(DeviceTrackingState::disconnected);
+  battery_.publish(-1);
+  imei_.publish("");
+  settings_.publish(std::nullopt);
+  wakeDate_.publish(std::nullopt);
+  cancelPendingParcelsTimer();
+}
+
+Promise<::Parcel> DeviceUtilImpl::send(const ::Parcel& parcel, bool requiresTransmission) {
+  if (!requiresTransmission) return sendWithoutTransmission(parcel);
+  return queueTask({parcel, Promise<::Parcel>(environment_.mainQueue())});
+}
+
+Promise<::Parcel> DeviceUtilImpl::sendWithoutTransmission(const ::Parcel& parcel) {
+  Promise<::Parcel> promise(environment_.mainQueue());
+  const auto current = session();
+  if (!current) {
+    promise.reject(BleError::peripheralNotFound);
+    return promise;
+  }
+  log.debug("send(parcel:requiresTransmission:)",
+            [] { return "send: without transmission - start"; });
+  current->writeData(BleConfig::DeviceUUIDs::ReceivingChar, prepareForWrite(parcel))
+      .then([promise, parcel](const Data&) { promise.fulfill(parcel); })
+      .onError([promise](const Error& error) { promise.reject(error); });
+  return promise;
+}
+
+Promise<::Parcel> DeviceUtilImpl::queueTask(const ParcelTask& task) {
+  onTaskStore([task](DeviceUtilImpl& self) { self.appendTask(task); });
+  // As a barrier, because it edits the list.
+  task.promise.onError(barrier(taskSafe_.queue()),
+                       [weak = weak_from_this(), id = task.parcel.id()](const Error&) {
+                         if (const auto self = weak.lock()) self->didFailTask(id);
+                       });
+  return task.promise;
+}
+
+void DeviceUtilImpl::appendTask(const ParcelTask& task) {
+  taskSafe_.taskQueue.push_back(task);
+  log.debug("queueTask(_:)",
+            [&] { return fmt::format("queueTask: count={}", taskSafe_.taskQueue.size()); });
+  taskSafe_.taskQueue = mergeTasks(std::move(taskSafe_.taskQueue));
+  if (taskSafe_.didStartTask) {
+    reloadWaitingParcels();
+    return;
+  }
+  taskSafe_.didStartTask = true;
+  startNextTask();
+}
+
+void DeviceUtilImpl::didFailTask(std::uint32_t parcelId) {
+  const auto index = indexOfTask(parcelId);
+  if (!index) return;
+  removeTask(*index);
+  log.debug("queueTask(_:)", [&] {
+    return fmt::format(
+        "queueTask: error occurred during transfer. Task removed from queue; idx={}; taskCount={}",
+        *index, taskSafe_.taskQueue.size());
+  });
+  if (*index == 0 && !taskSafe_.taskQueue.empty()) {
+    startNextTask();
+  } else {
+    // Deliberately also for a task behind the head: the device counts as listening again.
+    didEmptyTaskQueue();
+  }
+}
+
+std::optional<std::size_t> DeviceUtilImpl::indexOfTask(std::uint32_t parcelId) const {
+  const auto& tasks = taskSafe_.taskQueue;
+  const auto task = std::find_if(tasks.begin(), tasks.end(), [&](const ParcelTask& candidate) {
+    return candidate.parcel.id() == parcelId;
+  });
+  if (task == tasks.end()) return std::nullopt;
+  return static_cast<std::size_t>(task - tasks.begin());
+}
+
+void DeviceUtilImpl::removeTask(std::size_t index) {
+  taskSafe_.taskQueue.erase(taskSafe_.taskQueue.begin() + static_cast<std::ptrdiff_t>(index));
+}
+
+void DeviceUtilImpl::startNextTask() {
+  constexpr std::string_view operation = "startNextTask()";
+  if (taskSafe_.taskQueue.empty()) {
+    log.verbose(operation, [] { return "startNextTask: failed. taskQueue is empty"; });
+    return;
+  }
+  const auto current = session();
+  if (!current) {
+    log.verbose(operation, [] { return "startNextTask: failed. session is nil"; });
+    return;
+  }
+  log.debug(operation,
+            [&] { return fmt::format("startNextTask: count={}", taskSafe_.taskQueue.size()); });
+  const auto& task = taskSafe_.taskQueue.front();
+  task.start(*current);
+  activityState_.publish(DeviceActivityState::sending);
+  log.debug(operation, [] {
+    return fmt::format("startNextTask: did update activity state; activityState={}",
+                       nameOf(DeviceActivityState::sending));
+  });
+  addPendingParcel(task.parcel);
+  reloadWaitingParcels();
+}
+
+void DeviceUtilImpl::didEmptyTaskQueue() {
+  taskSafe_.didStartTask = false;
+  activityState_.publish(DeviceActivityState::listening);
+  log.debug("didEmptyTaskQueue()", [] {
+    return fmt::format("didEmptyTaskQueue: did update activity state; activityState={}",
+                       nameOf(DeviceActivityState::listening));
+  });
+}
+
+}  // namespace tandrell

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <TandrellCore/Async/Promise.h>
+#include <TandrellCore/Bluetooth/BleSession.h>
+#include <TandrellCore/Core/DeviceError.h>
+#include <TandrellCore/Proto/Device.pb.h>
+#include <TandrellCore/Utility/Safe.h>
+
+#include <vector>
+
+namespace tandrell {
+
+/// One parcel to be written to the communicator, with the promise that reports the outcome.
+struct ParcelTask {
+  ::Parcel parcel;
+  Promise<::Parcel> promise;
+
+  /// Frames the parcel and writes it through the session; the promise takes the write's outcome.
+  void start(BleSession& session) const;
+
+  /// For a task that is dropped without being written.
+  void completeWithError(DeviceError error) const { promise.reject(error); }
+};
+
+/// The link's tasks, under a guard: read in synchronous blocks, changed in barrier blocks.
+class TaskSafe : public Safe {
+ public:
+  using Safe::Safe;
+
+  /// The first is the one in flight while `didStartTask` is set.
+  std::vector<ParcelTask> taskQueue;
+  bool didStartTask = false;
+};
+
+}  // namespace tandrell
