@@ -1,0 +1,36 @@
+#pragma once
+
+#include <TandrellCore/Platform/Error.h>
+
+#include <string>
+#include <string_view>
+
+namespace tandrell {
+
+/// What a reply of the server came to.
+enum class ResponseStatus { success, timeout, error };
+
+/// `success` for codes from 200 to 299, `timeout` for 408, `error` for every other number.
+ResponseStatus responseStatus(int code);
+
+/// The name of the case, for log lines.
+std::string_view nameOf(ResponseStatus status);
+
+/// Failures of a request as error values, in the domain "ResponseError".
+namespace ResponseError {
+/// Code 0; the text is the caller's, possibly empty.
+Error unknown(std::string text);
+/// Code 1: the reply was a success but held nothing.
+Error noData();
+/// Code 2.
+Error timeout();
+}  // namespace ResponseError
+
+/// Misuse that the application's own server code reports.
+enum class CommonError { illegalArgument, illegalState };
+constexpr std::string_view errorDomain(CommonError) { return "CommonError"; }
+constexpr std::string_view errorText(CommonError error) {
+  return error == CommonError::illegalArgument ? "illegalArgument" : "illegalState";
+}
+
+}  // namespace tandrell
