@@ -1,0 +1,32 @@
+#include <Hosts/System/Interrupt.h>
+
+#include <asio/io_context.hpp>
+#include <asio/signal_set.hpp>
+
+#include <csignal>
+#include <thread>
+
+namespace tandrell {
+
+struct Interrupt::Impl {
+  asio::io_context context;
+  asio::signal_set signals{context, SIGINT, SIGTERM};
+  std::thread thread;
+};
+
+Interrupt::Interrupt(QueuePtr queue, Work handler) : impl_(std::make_unique<Impl>()) {
+  impl_->signals.async_wait([impl = impl_.get(), queue = std::move(queue),
+                             handler = std::move(handler)](const auto& error, int) mutable {
+    if (error) return;
+    impl->signals.clear();
+    queue->async(std::move(handler));
+  });
+  impl_->thread = std::thread([impl = impl_.get()] { impl->context.run(); });
+}
+
+Interrupt::~Interrupt() {
+  impl_->context.stop();
+  impl_->thread.join();
+}
+
+}  // namespace tandrell
