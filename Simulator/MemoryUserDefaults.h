@@ -1,0 +1,51 @@
+#pragma once
+
+#include <TandrellCore/Platform/UserDefaults.h>
+
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+
+namespace tandrell {
+
+/// A user-defaults store in memory, for tests. It lives as long as the object: sharing one between
+/// two lives of a link is what a restart of the application sees. Safe from any thread.
+class MemoryUserDefaults final : public UserDefaults {
+ public:
+  /// Decides whether the change of this entry fails. Called on the changing thread, under no lock.
+  using Fault = std::function<bool(std::string_view key)>;
+
+  /// A change that the fault takes is lost without a report: the old entry stays.
+  void setObject(const PropertyList& object, std::string_view key) override;
+  std::optional<PropertyList> object(std::string_view key) const override;
+  void removeObject(std::string_view key) override;
+
+  /// From now on asks `fault` before every change; an empty one ends the trouble.
+  void setFault(Fault fault);
+
+  /// Everything that is stored, at this moment: what would survive if the process died now.
+  std::map<std::string, PropertyList> snapshot() const;
+  /// Replaces everything that is stored; does not count as a change and cannot fail.
+  void restore(std::map<std::string, PropertyList> entries);
+
+  /// How many changes were made, each a transaction on a real store; failed ones do not count, the
+  /// removal of a missing key does.
+  std::size_t changes() const;
+  /// How many changes the fault has taken.
+  std::size_t failedChanges() const;
+
+ private:
+  using Entries = std::map<std::string, PropertyList>;
+
+  void change(std::string_view key, const std::function<void(Entries&)>& make);
+
+  mutable std::mutex mutex_;
+  Entries entries_;
+  Fault fault_;
+  std::size_t changes_ = 0;
+  std::size_t failedChanges_ = 0;
+};
+
+}  // namespace tandrell
