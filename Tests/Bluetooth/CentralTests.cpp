@@ -1,0 +1,238 @@
+#include <Tests/Bluetooth/CentralTest.h>
+
+namespace tandrell::test {
+namespace {
+
+const std::string service = Service.text();
+const std::string scan = "scan [" + service + "]";
+
+INSTANTIATE_TEST_SUITE_P(Orders, CentralTest, testing::Values(0, 1, 2));
+
+TEST_P(CentralTest, FindsTheDeviceAndMakesItsServiceReady) {
+  start();
+  EXPECT_TRUE(session->scanning());
+  radio->advertise(a);
+  radio->advertise(a);
+  EXPECT_THAT(radio->takeCalls(), ElementsAre("makeCentralManager restore", scan, "connect A"));
+  EXPECT_EQ(log.count("didDiscoverPeripheral: notified session of discovery; uuid=" + service), 1u);
+  radio->tellConnected(a);
+  a->findServices({BleConfig::DfuUUIDs::Service, Service});
+  EXPECT_EQ(log.count("peripheralDidDiscoverService: service is unrecognized; uuid=FE59"), 1u);
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent"));
+  a->findCharacteristics(Service, {TransmittingChar, Uuid("2A00")});
+  EXPECT_FALSE(session->connected()) << "one characteristic is missing";
+  a->findCharacteristics(Service, {ReceivingChar});
+  EXPECT_THAT(takeEvents(), ElementsAre("BleConnectEvent"));
+  EXPECT_TRUE(session->connected());
+  EXPECT_FALSE(session->scanning());
+  EXPECT_THAT(
+      radio->takeCalls(),
+      ElementsAre("discoverServices A [" + service + "]", "discoverCharacteristics A " + service,
+                  "subscribe A " + TransmittingChar.text(), "stopScan"));
+}
+
+TEST_P(CentralTest, IgnoresWhatNobodyWaitsFor) {
+  start();
+  radio->advertise(a, {Uuid("1800"), BleConfig::DfuUUIDs::Service});
+  ble->registerServiceInfos({});
+  radio->advertise(a);
+  EXPECT_EQ(log.count("findServiceInfo: no serviceInfos were registered"), 1u);
+  EXPECT_THAT(takeEvents(), IsEmpty());
+  EXPECT_THAT(radio->takeCalls(), ElementsAre("makeCentralManager restore", scan));
+}
+
+TEST_P(CentralTest, ScansUntilEveryWantedServiceIsConnected) {
+  const Uuid other("FE59");
+  ble->registerServiceInfos({BleConfig::deviceServiceInfo(), {other, {}}});
+  ble->sessionForService(other);
+  start();
+  EXPECT_EQ(radio->takeCalls().back(), "scan [FE59, " + service + "]");
+  connect();
+  EXPECT_TRUE(radio->isScanning());
+  radio->advertise(b, {other});
+  radio->tellConnected(b);
+  b->findServices({other});
+  b->findCharacteristics(other, {});
+  EXPECT_FALSE(radio->isScanning());
+  radio->tellDisconnected(b);
+  EXPECT_FALSE(radio->isScanning()) << "without a grace period its session has ended";
+  EXPECT_TRUE(session->connected());
+}
+
+TEST_P(CentralTest, AScanWaitsForAnUnknownRadio) {
+  radio->setState(CentralManagerState::unknown);
+  start();
+  EXPECT_EQ(log.count("startScan: Delaying device scan"), 1u);
+  EXPECT_THAT(radio->takeCalls(), ElementsAre("makeCentralManager restore"));
+  radio->setState(CentralManagerState::poweredOn);
+  radio->setState(CentralManagerState::poweredOn);
+  EXPECT_THAT(radio->takeCalls(), ElementsAre(scan)) << "once";
+}
+
+TEST_P(CentralTest, ARadioThatIsOffIsAnErrorForEverySession) {
+  radio->setState(CentralManagerState::poweredOff);
+  start();
+  EXPECT_EQ(log.count("startScan: Ble disabled; state=poweredOff"), 1u);
+  EXPECT_THAT(takeEvents(), ElementsAre("bluetoothDisabled"));
+  radio->setState(CentralManagerState::poweredOn);
+  EXPECT_THAT(radio->takeCalls(), ElementsAre("makeCentralManager restore"));
+  reconnect();
+  connect();
+  radio->setState(CentralManagerState::unauthorized);
+  EXPECT_FALSE(session->connected());
+  drop();
+  EXPECT_THAT(takeEvents(), ElementsAre("bluetoothDisabled")) << "the connection went with it";
+  radio->setState(CentralManagerState::poweredOn);
+  radio->advertise(a);
+  EXPECT_THAT(radio->takeCalls(), IsEmpty()) << "an ended session is not revived";
+  reconnect();
+  connect();
+}
+
+TEST_P(CentralTest, ADropIsAPauseWithAGracePeriodAndADisconnectWithout) {
+  start();
+  connect();
+  session->reconnectDuration(10s);
+  drop();
+  EXPECT_THAT(takeEvents(), ElementsAre("BlePauseEvent"));
+  EXPECT_THAT(radio->takeCalls(), ElementsAre(scan));
+  EXPECT_TRUE(session->scanning());
+  connect();
+  session->reconnectDuration(std::nullopt);
+  drop();
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"));
+  EXPECT_THAT(radio->takeCalls(), IsEmpty());
+  drop();
+  EXPECT_EQ(log.count("removeDisconnectedPeripheral: failed to find blePeripheral; uuid=" +
+                      a->identifier().text()),
+            1u);
+}
+
+TEST_P(CentralTest, ADisconnectThatWasAskedForIsFinal) {
+  start();
+  disconnect();
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent")) << "at once: nothing is connected";
+  EXPECT_EQ(
+      log.count("disconnectPeripheral: peripheral with service not found; serviceUUID=" + service),
+      1u);
+  EXPECT_FALSE(radio->isScanning());
+  EXPECT_FALSE(session->scanning());
+
+  session->reconnectDuration(10s);
+  reconnect();
+  connect();
+  disconnect();
+  EXPECT_THAT(radio->takeCalls(), ElementsAre("cancel A"));
+  EXPECT_THAT(takeEvents(), IsEmpty());
+  radio->tellDisconnected(a);
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent")) << "not a pause";
+
+  reconnect();
+  radio->advertise(a);
+  disconnect();
+  radio->takeCalls();
+  radio->tellConnected(a);  // crossed with the cancellation
+  findEverything();
+  EXPECT_EQ(radio->takeCalls().back(), "cancel A");
+  radio->tellDisconnected(a);
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "BleDisconnectEvent"));
+  EXPECT_FALSE(radio->isScanning());
+  EXPECT_EQ(machine.time->nextDue(), std::nullopt);
+}
+
+TEST_P(CentralTest, AFailedConnectionEndsTheSession) {
+  session->reconnectDuration(10s);
+  start();
+  radio->advertise(a);
+  radio->tellFailed(a);
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "connectFailure"));
+  EXPECT_THAT(log.texts(LogFacadeLevel::error),
+              ElementsAre("didFailToConnect: peripheral connect failed; uuid=" +
+                          a->identifier().text() + "; error=nil"));
+  reconnect();
+  connect();
+}
+
+TEST_P(CentralTest, ADeviceThatCannotBeUsedIsLetGo) {
+  start();
+  const Error error("CBATTErrorDomain", 14, "unlikely");
+  const Error pairing("CBATTErrorDomain", 15, "insufficient encryption");
+  const auto answer = [&](std::optional<Error> found, std::optional<Error> subscribed) {
+    a->findServices({Service});
+    a->findCharacteristics(Service, {TransmittingChar, ReceivingChar}, std::move(found));
+    a->answerSubscription(std::move(subscribed));
+  };
+  for (const auto& fault : std::vector<std::function<void()>>{
+           [&] { a->findServices({}, error); }, [&] { answer(error, std::nullopt); },
+           [&] { answer(std::nullopt, pairing); }, [&] { answer(std::nullopt, error); }}) {
+    reconnect();
+    radio->advertise(a);
+    radio->tellConnected(a);
+    fault();
+    EXPECT_EQ(radio->takeCalls().back(), "cancel A");
+    radio->tellDisconnected(a);
+  }
+  const std::string text = "error=" + error.description();
+  EXPECT_THAT(log.texts(LogFacadeLevel::error),
+              ElementsAre("peripheralDidDiscoverServices: received error; " + text,
+                          "peripheralDidDiscoverCharacteristics: received error; " + text,
+                          "didUpdateNotificationState: unhandled error; " + text));
+}
+
+TEST_P(CentralTest, RestoresTheConnectionsOfAnEarlierLife) {
+  radio->setState(CentralManagerState::unknown);
+  start();
+  radio->restore({});
+  EXPECT_EQ(log.count("centralManagerWillRestoreState: no peripherals found"), 1u);
+  radio->restore({a, b});
+  EXPECT_EQ(log.count("centralManagerWillRestoreState: found peripherals; count=2"), 1u);
+  radio->setState(CentralManagerState::poweredOn);
+  EXPECT_THAT(radio->takeCalls(),
+              ElementsAre("makeCentralManager restore", "connect A", "connect B", scan));
+  radio->tellConnected(a);
+  ble->clearRestoringPeripherals();
+  pass(0s);
+  EXPECT_THAT(radio->takeCalls(), testing::Contains("cancel B"));
+  EXPECT_EQ(
+      log.count("clearRestoringPeripherals: cancel peripheral; uuid=" + b->identifier().text()),
+      1u);
+  radio->tellDisconnected(b);
+  EXPECT_EQ(log.count("didDisconnectPeripheral: restored peripheral was successfully disconnected"),
+            1u);
+  EXPECT_THAT(takeEvents(), IsEmpty());
+  findEverything();
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "BleConnectEvent"));
+}
+
+TEST_P(CentralTest, NotificationsReachTheSessionOfTheirService) {
+  start();
+  connect();
+  a->notify(Service, TransmittingChar, Data{'h', 'i', 10});
+  EXPECT_THAT(takeEvents(), ElementsAre("receive hi[10]"));
+  EXPECT_EQ(
+      log.count("peripheralDidUpdateValue: received data; data=hi[10]; base64=aGkK; error=nil"),
+      1u);
+  a->notify(Service, TransmittingChar, std::nullopt, Error("E", 3, ""));
+  EXPECT_EQ(log.count("peripheralDidUpdateValue: no data; error=E 3"), 1u);
+  a->notify(BleConfig::DfuUUIDs::Service, TransmittingChar, Data{1});
+  EXPECT_EQ(log.count("peripheralDidUpdateValue: no session found"), 1u);
+  drop();
+  a->notify(Service, TransmittingChar, Data{1});
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"))
+      << "and nothing of an old connection";
+}
+
+TEST_P(CentralTest, ResetDetachesAndEndsEverySession) {
+  start();
+  connect();
+  const auto written = write({1});
+  ble->reset();
+  pass(0s);
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"));
+  EXPECT_EQ(written.result()->error(), Error(BleError::peripheralDisconnected));
+  radio->setState(CentralManagerState::poweredOff);
+  EXPECT_THAT(takeEvents(), IsEmpty());
+}
+
+}  // namespace
+}  // namespace tandrell::test

@@ -1,0 +1,104 @@
+#include <TandrellCore/Bluetooth/BleSessionImpl.h>
+#include <Tests/Bluetooth/CentralTest.h>
+
+namespace tandrell::test {
+namespace {
+
+class SessionTest : public CentralTest {
+ protected:
+  SessionTest() {
+    start();
+    connect();
+  }
+  BleSessionImpl& impl() { return dynamic_cast<BleSessionImpl&>(*session); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Orders, SessionTest, testing::Values(0, 1, 2));
+
+TEST_P(SessionTest, KeepsEventsUntilThereIsAHandler) {
+  session->disposeEventHandler();
+  session->reconnectDuration(10s);
+  drop();
+  radio->advertise(a);
+  a->notify(Service, TransmittingChar, Data{'x'});
+  EXPECT_EQ(log.count("eventDidOccur: event cached; event=BlePauseEvent"), 1u);
+  session->onEvent(handler());
+  EXPECT_THAT(takeEvents(), ElementsAre("BlePauseEvent", "BleDiscoverEvent", "receive x"))
+      << "before onEvent has returned";
+  session->onEvent(handler());
+  EXPECT_EQ(log.count("onEvent: already configured. Overwriting previous callback"), 1u);
+  EXPECT_THAT(takeEvents(), IsEmpty()) << "each is handed over once";
+}
+
+TEST_P(SessionTest, KeepsOnlyReceivedDataWhenItEnds) {
+  session->disposeEventHandler();
+  a->notify(Service, TransmittingChar, Data{'x'});
+  write({1});
+  a->completeWrite(CentralError::uuidNotAllowed);
+  drop();
+  session->onEvent(handler());
+  EXPECT_THAT(takeEvents(), ElementsAre("receive x", "BleDisconnectEvent"));
+  const std::string ids =
+      fmt::format("serviceId={}; peripheralId={}", Service.text(), a->identifier().text());
+  EXPECT_EQ(log.count("didConnect: " + ids), 1u);
+  EXPECT_EQ(log.count("didDisconnect: " + ids), 1u);
+}
+
+TEST_P(SessionTest, ItsGracePeriodStartsAnewWithAPauseAndEndsWithItsEnd) {
+  session->reconnectDuration(10s);
+  drop();
+  pass(5s);
+  radio->onCentralQueue([&] { impl().didPause(a->identifier()); });
+  takeEvents();
+  pass(9999ms);
+  EXPECT_THAT(takeEvents(), IsEmpty());
+  radio->setState(CentralManagerState::poweredOff);
+  EXPECT_THAT(takeEvents(), ElementsAre("bluetoothDisabled"));
+  EXPECT_EQ(machine.time->nextDue(), std::nullopt);
+}
+
+TEST_P(SessionTest, WithoutAGracePeriodAPauseChangesNothing) {
+  session->reconnectDuration(1s).reconnectDuration(std::nullopt);
+  radio->onCentralQueue([&] { impl().didPause(a->identifier()); });
+  EXPECT_THAT(log.texts(LogFacadeLevel::error),
+              ElementsAre("didPause should only be called when reconnectDuration has been set"));
+  EXPECT_TRUE(session->connected());
+  EXPECT_THAT(takeEvents(), IsEmpty());
+}
+
+TEST_P(SessionTest, WithoutACentralItFailsAtOnce) {
+  ble.reset();
+  session->start();
+  session->disconnect();
+  session->reconnect();
+  EXPECT_EQ(write({1}).result()->error(), Error(BleError::peripheralNotFound));
+  EXPECT_THAT(log.texts(LogFacadeLevel::error),
+              ElementsAre("disconnect: delegate nil", "reconnect: delegate nil",
+                          "writeData: delegate nil"));
+}
+
+TEST_P(SessionTest, ARefusedIdentifierIsAnEventOnTheCentralQueue) {
+  const auto refused = write({1});
+  a->completeWrite(CentralError::uuidNotAllowed);
+  EXPECT_EQ(refused.result()->error(), Error(CentralError::uuidNotAllowed));
+  EXPECT_THAT(takeEvents(), ElementsAre("BleWriteErrorEvent"));
+  EXPECT_EQ(log.count("writeData: did receive uuidNotAllowed error"), 1u);
+  EXPECT_TRUE(session->connected());
+  write({2});
+  a->completeWrite(Error("CBATTErrorDomain", 8, "another code 8"));
+  EXPECT_THAT(takeEvents(), IsEmpty());
+
+  session->onEvent([&](const BleEvent&) { ble->centralQueue()->sync([] {}); });
+  write({3});
+  EXPECT_DEATH(a->completeWrite(CentralError::uuidNotAllowed),
+               "sync would deadlock; queue=com.quillfen.Skiff.BleUtility");
+}
+
+TEST(BleError, HasItsCaseIndexAsCode) {
+  EXPECT_EQ(Error(BleError::peripheralNotFound).description(), "BleError 0 (peripheralNotFound)");
+  EXPECT_EQ(Error(BleError::connectFailure).description(), "BleError 4 (connectFailure)");
+  EXPECT_EQ(Error(BleWriteError::expiredUUID).description(), "BleWriteError 0 (expiredUUID)");
+}
+
+}  // namespace
+}  // namespace tandrell::test

@@ -1,0 +1,143 @@
+#include <Tests/Bluetooth/CentralTest.h>
+
+#include <numeric>
+
+namespace tandrell::test {
+namespace {
+
+Data counting(std::size_t count) {
+  Data bytes(count);
+  std::iota(bytes.begin(), bytes.end(), std::uint8_t{1});
+  return bytes;
+}
+
+class WriteTest : public CentralTest {
+ protected:
+  WriteTest() {
+    session->reconnectDuration(10s);
+    start();
+    connect();
+  }
+
+  const Data bytes = counting(41);
+  const Data first = counting(20);
+};
+
+INSTANTIATE_TEST_SUITE_P(Orders, WriteTest, testing::Values(0, 1, 2));
+
+TEST_P(WriteTest, GoesOutInChunksWithAPauseAfterEachAcknowledgement) {
+  std::vector<std::size_t> progress;
+  const auto subscription = ble->writeProgress().observe(
+      [&](const auto& step) { progress.push_back(step.bytesAcknowledged * 100 + step.byteCount); });
+  const auto written = write(bytes);
+  const auto next = write({});
+  a->expectWrite(first);
+  pass(1h);
+  a->expectNoWrite();
+  a->completeWrite();
+  for (const auto& chunk : {Data(bytes.begin() + 20, bytes.end() - 1), Data{41}}) {
+    pass(299ms);
+    a->expectNoWrite();
+    pass(1ms);
+    a->expectWrite(chunk);
+    EXPECT_TRUE(written.isPending());
+    a->completeWrite();
+  }
+  EXPECT_EQ(written.result()->value(), bytes);
+  EXPECT_THAT(progress, ElementsAre(2041, 4041, 4141));
+  EXPECT_EQ(log.count("didWriteValue: send complete; data=" + debugString(bytes)), 1u);
+  a->expectWrite({});
+  a->completeWrite();
+  EXPECT_EQ(next.result()->value(), Data()) << "nothing is written as one empty chunk";
+  EXPECT_THAT(radio->takeCalls(), IsEmpty()) << "all with response";
+}
+
+TEST_P(WriteTest, IsRefusedWhileAnotherIsInFlightWhichIsNotDisturbed) {
+  const auto written = write(bytes);
+  for (const auto& when : {"awaiting an answer", "between two chunks"}) {
+    const Promise<Data> second(machine.time->mainQueue());
+    ble->writeData(Service, ReceivingChar, {1}, second);
+    pass(0s);
+    EXPECT_EQ(second.result()->error(), Error(BleError::characteristicBusy)) << when;
+    a->completeWrite();
+    pass(300ms);
+  }
+  EXPECT_EQ(log.count("writeData: characteristic busy with other write data request"), 2u);
+  a->completeWrite();
+  EXPECT_EQ(written.result()->value(), bytes);
+}
+
+TEST_P(WriteTest, FailsWithThePlatformsErrorAndFreesTheDevice) {
+  const Error refusal("CBATTErrorDomain", 3, "write not permitted");
+  for (const Error& error : {refusal, Error(CentralError::peripheralDisconnected)}) {
+    const auto failed = write(bytes);
+    a->completeWrite(error);
+    EXPECT_EQ(failed.result()->error(), error);
+    a->expectWrite(first);
+    pass(1h);
+    a->expectNoWrite();
+  }
+  EXPECT_THAT(log.texts(LogFacadeLevel::error),
+              ElementsAre("didWriteValue: received error; " + refusal.description()));
+  EXPECT_EQ(log.count("writeData: disconnect occurred"), 1u);
+}
+
+TEST_P(WriteTest, ToSomethingThatIsNotThereIsNotFound) {
+  EXPECT_EQ(write({1}, Uuid("2A00")).result()->error(), Error(BleError::peripheralNotFound));
+  EXPECT_EQ(log.count("writeData: failed to find receiving characteristic in service; "
+                      "serviceUUID=" +
+                      Service.text() + "; charUUID=2A00"),
+            1u);
+  drop();
+  EXPECT_EQ(write({1}).result()->error(), Error(BleError::peripheralNotFound));
+  EXPECT_EQ(log.count("writeData: peripheral or characteristic not found"), 2u);
+}
+
+TEST_P(WriteTest, StartsAgainAfterADropAndHearsNothingOfItsFirstAttempt) {
+  const auto written = write(bytes);
+  a->expectWrite(first);
+  drop();
+  pass(9999ms);
+  connect();
+  a->expectWrite(first);
+  a->completeWrite();  // of the first attempt, late
+  pass(1h);
+  a->expectNoWrite();
+  a->completeWrite();
+  drop();  // between two chunks
+  connect();
+  a->expectWrite(first);
+  pass(1h);
+  a->expectNoWrite();
+  for (int chunk = 0; chunk < 3; ++chunk) {
+    EXPECT_TRUE(written.isPending());
+    a->completeWrite();
+    pass(300ms);
+  }
+  EXPECT_EQ(written.result()->value(), bytes);
+  EXPECT_EQ(log.count("invalidateDisconnectTimer: disconnect invalidated"), 2u);
+  EXPECT_THAT(takeEvents(), IsEmpty()) << "no grace period has run out";
+}
+
+TEST_P(WriteTest, EndsWithTheGracePeriod) {
+  const auto written = write(bytes);
+  const auto waiting = write({1});
+  a->expectWrite(first);
+  drop();
+  EXPECT_TRUE(radio->isScanning());
+  pass(9999ms);
+  EXPECT_TRUE(written.isPending());
+  pass(1ms);
+  EXPECT_EQ(written.result()->error(), Error(BleError::peripheralDisconnected));
+  EXPECT_EQ(waiting.result()->error(), Error(BleError::peripheralDisconnected));
+  EXPECT_THAT(takeEvents(), ElementsAre("BlePauseEvent", "BleDisconnectEvent"));
+  EXPECT_FALSE(radio->isScanning());
+  reconnect();
+  connect();
+  a->expectNoWrite();
+  write({2});
+  a->expectWrite({2});
+}
+
+}  // namespace
+}  // namespace tandrell::test

@@ -1,0 +1,231 @@
+#include <TandrellCore/Core/PendingParcel.h>
+#include <TandrellCore/Utility/Extensions/Command+Tools.h>
+#include <Tests/Support/World.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+namespace tandrell::test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+using namespace ParcelStatus;
+
+/// No satellite: parcels reach the device and stay there.
+World::Options withoutReception() { return {.communicator = {.reception = Reception::silent}}; }
+
+std::vector<std::uint32_t> idsIn(const std::string& json) {
+  std::vector<std::uint32_t> ids;
+  for (const auto& entry : nlohmann::json::parse(json)) {
+    if (entry.is_number()) ids.push_back(entry.get<std::uint32_t>());
+  }
+  return ids;
+}
+
+TEST(DeviceUtil, WalksThroughItsStates) {
+  World world;
+  EXPECT_THAT(world.events, ElementsAre("disconnected", "disconnected"));
+  world.events.clear();
+  ASSERT_TRUE(world.connect());
+  EXPECT_THAT(world.events, ElementsAre("scanning", "connected", "listening"));
+  EXPECT_EQ(world.link->battery().value(), 80);
+  EXPECT_EQ(world.link->quality().value(), 4);
+  EXPECT_EQ(world.link->imei().value(), "300000000000001");
+  EXPECT_EQ(world.link->firmwareVersion().value(), Version::build("1.4.2"));
+  EXPECT_EQ(world.link->initialTrackingState().value(), DeviceTrackingState::disabled);
+  EXPECT_EQ(world.link->settings().value()->trackinginterval(), 600u);
+  EXPECT_EQ(world.defaults->object("DeviceUtil.didRequestDeviceScan"), PropertyList{true});
+
+  const auto promise = world.link->toggleScan();
+  EXPECT_EQ(promise.result()->value(), DeviceConnectionState::disconnected);
+  EXPECT_EQ(world.defaults->object("DeviceUtil.didRequestDeviceScan"), PropertyList{false});
+  world.time->advance(5s);
+  EXPECT_EQ(world.link->connectionState().value(), DeviceConnectionState::disconnected);
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::disconnected);
+  EXPECT_EQ(world.link->battery().value(), -1);
+  EXPECT_EQ(world.link->quality().value(), 0);
+  EXPECT_EQ(world.link->imei().value(), "");
+  EXPECT_EQ(world.link->firmwareVersion().value(), std::nullopt);
+  EXPECT_EQ(world.link->initialTrackingState().value(), DeviceTrackingState::disconnected);
+  EXPECT_FALSE(world.link->settings().value());
+  EXPECT_EQ(world.time->nextDue(), std::nullopt) << "an idle world does nothing";
+  EXPECT_TRUE(world.connect()) << "and comes back when asked";
+}
+
+TEST(DeviceUtil, ReportsARadioThatIsOff) {
+  World world;
+  world.radio->setState(CentralManagerState::poweredOff);
+  const auto promise = world.link->toggleScan();
+  world.time->advance(1s);
+  EXPECT_EQ(promise.result()->error(), Error(BleError::bluetoothDisabled));
+  EXPECT_EQ(world.link->connectionState().value(), DeviceConnectionState::disconnected);
+  world.radio->setState(CentralManagerState::poweredOn);
+  EXPECT_TRUE(world.connect());
+  world.radio->setState(CentralManagerState::poweredOff);
+  world.time->advance(1s);
+  EXPECT_EQ(world.link->connectionState().value(), DeviceConnectionState::disconnected);
+  world.radio->setState(CentralManagerState::poweredOn);
+  EXPECT_TRUE(world.connect()) << "a device that was lost with the radio is found again";
+}
+
+TEST(DeviceUtil, WritesOneParcelAtATimeAndTheNextWhenTheFirstIsDelivered) {
+  World world;
+  ASSERT_TRUE(world.connect());
+  world.events.clear();
+  const auto changes = world.defaults->changes();
+  const auto first = world.link->send(World::message(1, "first"));
+  world.time->runDue();
+  EXPECT_EQ(world.defaults->changes(), changes + 2) << "one change for each list";
+  const auto second = world.link->send(World::message(2, "second"));
+  world.time->runDue();
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::sending);
+  EXPECT_THAT(idsIn(world.stored("default.DeviceUtil.pendingParcels")), ElementsAre(1));
+  EXPECT_THAT(idsIn(world.stored("DeviceUtil.waitingParcels")), ElementsAre(2));
+  ASSERT_TRUE(world.eventually([&] { return world.ended(2); }));
+  EXPECT_EQ(first.result()->value().id(), 1u);
+  EXPECT_EQ(second.result()->value().id(), 2u);
+  EXPECT_THAT(world.events, ElementsAre("sending", "connecting", "sending", "sending", "delivered",
+                                        "connecting", "sending", "listening", "delivered"));
+  EXPECT_EQ(world.stored("default.DeviceUtil.pendingParcels"), "[]");
+  EXPECT_EQ(world.stored("DeviceUtil.waitingParcels"), "[]");
+}
+
+TEST(DeviceUtil, FailsWhatWaitsBehindTheHeadWhenItIsDisconnected) {
+  World world(withoutReception());
+  ASSERT_TRUE(world.connect());
+  std::vector<Promise<::Parcel>> sends;
+  for (const std::uint32_t id : {1u, 2u, 3u}) {
+    sends.push_back(world.link->send(World::message(id, "text")));
+  }
+  world.time->advance(10s);
+  world.parcels.clear();
+  world.link->disconnect();
+  world.time->advance(5s);
+  EXPECT_TRUE(sends[0].result()->isSuccess()) << "it was written";
+  EXPECT_EQ(sends[1].result()->error(), Error(DeviceError::transferAborted));
+  EXPECT_EQ(sends[2].result()->error(), Error(DeviceError::transferAborted));
+  ASSERT_EQ(world.parcels.size(), 2u);
+  EXPECT_EQ(world.statusesOf(2), std::vector{ParcelStatus::error});
+  EXPECT_EQ(world.statusesOf(3), std::vector{ParcelStatus::error});
+  EXPECT_EQ(world.stored("DeviceUtil.waitingParcels"), "absent");
+  EXPECT_THAT(idsIn(world.stored("default.DeviceUtil.pendingParcels")), ElementsAre(1));
+}
+
+TEST(DeviceUtil, SendsStraightThroughOrNotAtAllWithoutTransmission) {
+  World world(withoutReception());
+  const auto refused = world.link->send(World::message(1, "text"), false);
+  EXPECT_EQ(refused.result()->error(), Error(BleError::peripheralNotFound));
+  EXPECT_EQ(world.link->updateSettings({}).result()->error(), Error(BleError::peripheralNotFound));
+  ASSERT_TRUE(world.connect());
+  const auto sent = world.link->send(World::message(2, "text"), false);
+  world.time->advance(5s);
+  EXPECT_EQ(sent.result()->value().id(), 2u);
+  EXPECT_EQ(world.timesReceived(2), 1u);
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
+  EXPECT_EQ(world.stored("default.DeviceUtil.pendingParcels"), "absent");
+}
+
+TEST(DeviceUtil, KeepsAParcelThatIsSentBeforeThereIsASession) {
+  World world;
+  const auto waiting = world.link->send(World::message(1, "early"));
+  world.time->runDue();
+  ASSERT_TRUE(world.connect());
+  EXPECT_TRUE(waiting.isPending());
+  EXPECT_EQ(world.timesReceived(1), 0u);
+  world.link->disconnect();
+  world.time->advance(5s);
+  EXPECT_TRUE(world.connect());
+  const auto next = world.link->send(World::message(2, "late"));
+  EXPECT_TRUE(world.eventually([&] { return world.ended(2); })) << "the link works afterwards";
+}
+
+TEST(DeviceUtil, StartsTheNextTaskWhenAWriteFails) {
+  const auto refused = CentralError::peripheralDisconnected;
+  World world({.communicator = {.faults = FaultPlan().refuseWrite(1, refused)}});
+  ASSERT_TRUE(world.connect());
+  const auto first = world.link->send(World::message(1, "refused"));
+  const auto second = world.link->send(World::message(2, "goes out"));
+  ASSERT_TRUE(world.eventually([&] { return world.ended(2); }));
+  EXPECT_EQ(first.result()->error(), Error(refused));
+  EXPECT_TRUE(second.result()->isSuccess());
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
+}
+
+TEST(DeviceUtil, WritesTheHeadAgainWhenAParcelBehindItIsReported) {
+  World world(withoutReception());
+  ASSERT_TRUE(world.connect());
+  (void)world.link->send(World::message(1, "head"));
+  (void)world.link->send(World::message(2, "behind"));
+  world.time->advance(10s);
+  ::Parcel report;
+  report.set_id(2);
+  report.set_status(sending);
+  world.communicator->sendParcel(report);
+  world.time->advance(10s);
+  EXPECT_EQ(world.timesReceived(1), 1u) << "a report on the way changes no task";
+  report.set_status(delivered);
+  world.communicator->sendParcel(report);
+  world.time->advance(10s);
+  EXPECT_EQ(world.timesReceived(1), 2u);
+  EXPECT_EQ(world.timesReceived(2), 0u);
+  report.set_id(1);
+  world.communicator->sendParcel(report);
+  world.time->advance(1s);
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
+}
+
+TEST(DeviceUtil, FollowsWhatTheDeviceSaysOfItself) {
+  World world;
+  ASSERT_TRUE(world.connect());
+  world.communicator->reportBattery(17);
+  world.communicator->setTracking(true);
+  world.communicator->sleepFor(3600s);
+  const Date before = world.time->date();
+  world.time->advance(1s);
+  EXPECT_EQ(world.link->battery().value(), 17);
+  EXPECT_EQ(world.link->initialTrackingState().value(), DeviceTrackingState::enabled);
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::sleeping);
+  const auto wake = world.link->wakeDate().value();
+  ASSERT_TRUE(wake);
+  EXPECT_NEAR(wake->timeIntervalSince1970() - before.timeIntervalSince1970(), 3600, 1);
+  world.communicator->reportQuality(2);
+  world.time->advance(1s);
+  EXPECT_EQ(world.link->quality().value(), 2);
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
+
+  ::SettingsCommand settings;
+  settings.set_trackinginterval(120);
+  const auto update = world.link->updateSettings(settings);
+  EXPECT_EQ(world.link->settings().value()->trackinginterval(), 600u);
+  world.time->advance(2s);
+  EXPECT_EQ(update.result()->value().trackinginterval(), 120u);
+  EXPECT_EQ(world.link->settings().value()->trackinginterval(), 120u) << "reported back";
+}
+
+TEST(PendingParcel, IsStoredAsAnAlternatingArray) {
+  const PendingParcels parcels = {
+      {7, {7, 0, Date::sinceReferenceDate(722000000)}},
+      {4294967295u, {4294967295u, 42, Date::sinceReferenceDate(722000000.25)}}};
+  const std::string text =
+      R"([7,{"parcelId":7,"packageType":0,"date":722000000},)"
+      R"(4294967295,{"parcelId":4294967295,"packageType":42,"date":722000000.25}])";
+  EXPECT_EQ(JsonCodec<PendingParcels>::encode(parcels).dump(), text);
+}
+
+TEST(PendingParcel, IsReadBackFromTextOfAnotherWriter) {
+  const auto json = Json::parse(
+      R"([ 12, { "date" : 7.22e8, "parcelId" : 12, "packageType" : 6, "later" : true } ])");
+  const auto parcels = JsonCodec<PendingParcels>::decode(json);
+  ASSERT_EQ(parcels.size(), 1u);
+  EXPECT_EQ(parcels.at(12).packageType, 6);
+  EXPECT_EQ(parcels.at(12).date, Date::sinceReferenceDate(722000000));
+  for (const auto* text : {"{}", "[1]", "[1,2]", "[-1,{}]", "[4294967296,{}]",
+                           R"([1,{"parcelId":1,"packageType":"x","date":0}])"}) {
+    EXPECT_THROW(JsonCodec<PendingParcels>::decode(Json::parse(text)), Json::exception) << text;
+  }
+}
+
+}  // namespace
+}  // namespace tandrell::test

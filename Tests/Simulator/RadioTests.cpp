@@ -1,0 +1,196 @@
+#include <Tests/Simulator/Phone.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace tandrell {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const std::string lost = "CBErrorDomain 7 (peripheralDisconnected)";
+
+TEST(SimulatedRadio, LeadsFromPowerOnToGreetingAndThenStandsStill) {
+  World world;
+  EXPECT_EQ(world.phone->manager->state(), CentralManagerState::unknown);
+  world.time->advance(1s);
+  EXPECT_THAT(
+      world.phone->takeTrace(),
+      ElementsAre("50 state poweredOn", "250 discovered", "350 connected", "400 #1 services 1",
+                  "450 #1 characteristics 2", "500 #1 subscribed", "515 #1 value 20",
+                  "530 #1 value 7", "545 #1 value 5", "560 #1 value 5", "575 #1 value 6"));
+  EXPECT_EQ(world.time->nextDue(), std::nullopt);
+
+  world.phone->send(Data(41, 1));
+  world.time->advance(1s);
+  EXPECT_THAT(world.phone->takeTrace(),
+              ElementsAre("1030 #1 written", "1060 #1 written", "1090 #1 written"));
+  const auto chunks = world.device->records().chunks;
+  ASSERT_EQ(chunks.size(), 3u);
+  EXPECT_EQ(chunks[2].bytes.size(), 1u);
+  EXPECT_EQ(chunks[2].time, 1075ms);
+  EXPECT_EQ(world.time->nextDue(), std::nullopt);
+}
+
+TEST(SimulatedRadio, ReportsMatchingDevicesOnceInAScan) {
+  World world({.advertising = false}, {}, {}, false);
+  world.time->advance(100ms);
+  auto& manager = *world.phone->manager;
+  const auto scan = [&](const Uuid& service) {
+    manager.scanForPeripherals(std::vector{service});
+    world.time->advance(1s);
+    return std::exchange(world.phone->discovered, {}).size();
+  };
+  EXPECT_EQ(scan(SimulatedCommunicator::serviceUuid()), 0u);
+  EXPECT_TRUE(manager.isScanning());
+  EXPECT_EQ(world.time->nextDue(), std::nullopt);
+  world.device->setAdvertising(true);
+  world.device->setAdvertising(true);
+  world.time->advance(1s);
+  EXPECT_EQ(std::exchange(world.phone->discovered, {}).size(), 1u);
+  EXPECT_EQ(scan(Uuid("FE59")), 0u);
+  EXPECT_EQ(scan(SimulatedCommunicator::serviceUuid()), 1u);
+
+  manager.scanForPeripherals({});
+  manager.stopScan();
+  world.time->advance(1s);
+  EXPECT_FALSE(manager.isScanning());
+  manager.scanForPeripherals({});
+  world.radio->setState(CentralManagerState::poweredOff);
+  world.radio->setState(CentralManagerState::poweredOn);
+  world.device->setAdvertising(true);
+  world.time->advance(1s);
+  EXPECT_FALSE(manager.isScanning());
+  EXPECT_THAT(world.phone->discovered, IsEmpty());
+}
+
+TEST(SimulatedRadio, AttemptWaitsForTheDeviceUntilItIsCancelled) {
+  World world;
+  world.time->advance(250ms);  // discovered, connecting
+  world.device->setInRange(false);
+  world.time->advance(1h);
+  world.phone->manager->cancelConnection(world.phone->discovered.front());
+  world.phone->manager->connect(world.phone->discovered.front());
+  world.time->advance(1h);
+  EXPECT_THAT(world.phone->takeTrace(),
+              ElementsAre("50 state poweredOn", "250 discovered", "3600250 disconnected"));
+  world.device->setInRange(true);
+  world.time->advance(100ms);
+  EXPECT_THAT(world.phone->takeTrace(), ElementsAre("7200350 connected"));
+  world.phone->manager->connect(world.phone->discovered.front());
+  world.time->runDue();
+  EXPECT_THAT(world.phone->takeTrace(), ElementsAre("7200350 connected"));
+}
+
+TEST(SimulatedRadio, LostLinkLeavesItsWorkUnansweredAndComesBackAsTheSamePeripheral) {
+  World world;
+  world.meet();
+  const auto before = world.phone->peripheral;
+  world.phone->send(Data(20, 1));
+  before->discoverServices({});
+  world.device->reportBattery(50);
+  world.device->dropLink();
+  world.time->advance(1s);
+  const auto trace = world.phone->takeTrace();
+  ASSERT_GE(trace.size(), 3u);
+  EXPECT_EQ(trace[0], "1000 disconnected " + lost);
+  EXPECT_EQ(trace[1], "1200 discovered");
+  EXPECT_EQ(trace[2], "1300 connected");
+  EXPECT_EQ(world.phone->peripheral, before);
+  EXPECT_EQ(world.device->records().connections, 2u);
+  EXPECT_THAT(world.device->records().chunks, IsEmpty());
+
+  world.phone->manager->cancelConnection(before);
+  world.phone->eager = false;
+  world.time->advance(1s);
+  EXPECT_THAT(world.phone->takeTrace(), ElementsAre("2000 disconnected"));
+}
+
+TEST(SimulatedRadio, LosesEverythingWithItsPower) {
+  World world;
+  world.meet();
+  world.radio->setState(CentralManagerState::poweredOff);
+  world.radio->setState(CentralManagerState::poweredOff);
+  world.time->advance(1s);
+  EXPECT_THAT(world.phone->takeTrace(),
+              ElementsAre("1000 disconnected " + lost, "1000 state poweredOff"));
+  EXPECT_FALSE(world.phone->manager->isScanning());
+  world.phone->eager = false;
+  world.phone->manager->connect(world.phone->peripheral);
+  world.time->advance(1s);
+  EXPECT_THAT(world.phone->takeTrace(),
+              ElementsAre("2000 failed SimulatedRadioError 0 (notPoweredOn)"));
+  for (const auto state : {CentralManagerState::unknown, CentralManagerState::resetting,
+                           CentralManagerState::unsupported, CentralManagerState::unauthorized,
+                           CentralManagerState::poweredOn}) {
+    world.radio->setState(state);
+  }
+  world.time->runDue();
+  EXPECT_THAT(world.phone->takeTrace(),
+              ElementsAre("3000 state unknown", "3000 state resetting", "3000 state unsupported",
+                          "3000 state unauthorized", "3000 state poweredOn"));
+  world.phone->manager->connect(world.phone->peripheral);
+  world.time->advance(50ms);
+  world.radio->setState(CentralManagerState::resetting);
+  world.time->advance(1s);
+  EXPECT_THAT(
+      world.phone->takeTrace(),
+      ElementsAre("3050 failed SimulatedRadioError 0 (notPoweredOn)", "3050 state resetting"));
+}
+
+TEST(SimulatedRadio, RestoresConnectionsUnderTheirIdentifier) {
+  World world({.faults = FaultPlan().loseCompletion(1)}, {}, "central");
+  world.meet();
+  world.phone->send(parcelWith(1, ""));
+  world.radio->restartCentral();
+  world.device->reportBattery(50);
+  world.time->advance(1s);
+  const auto other = Phone::make(world.time, world.radio, "another", false);
+  const auto next = Phone::make(world.time, world.radio, "central", false);
+  world.time->advance(1s);
+  EXPECT_THAT(next->takeTrace(), ElementsAre("2000 restored 1", "2015 #1 value 5",
+                                             "2030 #1 value 9", "2050 state poweredOn"));
+  EXPECT_THAT(other->takeTrace(), ElementsAre("2050 state poweredOn"));
+  next->manager->connect(next->peripheral);
+  world.time->advance(1s);
+  next->send(parcelWith(7));
+  world.time->advance(1s);
+  EXPECT_EQ(world.device->records().parcels.size(), 2u);
+
+  world.phone->peripheral->discoverServices({});  // the old process is dead
+  world.phone->manager->cancelConnection(world.phone->peripheral);
+  world.time->advance(1s);
+  EXPECT_THAT(world.phone->takeTrace(), IsEmpty());
+  EXPECT_EQ(world.device->records().connections, 1u);
+}
+
+TEST(SimulatedRadio, ClosesConnectionsThatNobodyCanRestore) {
+  World world;
+  world.meet();
+  world.phone->manager.reset();
+  world.time->advance(1s);
+  EXPECT_TRUE(world.device->isReachable());
+  world.phone = Phone::make(world.time, world.radio);
+  world.meet();
+  EXPECT_EQ(world.device->records().connections, 2u);
+  world.phone->manager->setDelegate({});
+  world.device->dropLink();
+  world.time->advance(1s);
+  EXPECT_THAT(world.phone->takeTrace(), IsEmpty());
+}
+
+TEST(SimulatedRadioDeathTest, RefusesASecondWriteInFlight) {
+  World world;
+  world.meet();
+  world.phone->send(Data(20, 1));
+  const auto again = [&] {
+    world.phone->write({1}, WriteType::withResponse);
+    world.time->advance(1s);
+  };
+  EXPECT_DEATH(again(), "a write is in flight on this characteristic already");
+}
+
+}  // namespace
+}  // namespace tandrell

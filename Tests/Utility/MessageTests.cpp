@@ -1,0 +1,118 @@
+#include <TandrellCore/Utility/Extensions/Command+Tools.h>
+#include <TandrellCore/Utility/Extensions/Data+Tools.h>
+#include <TandrellCore/Utility/Extensions/Message+Tools.h>
+#include <Tests/Support/LogCapture.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace tandrell::test {
+namespace {
+
+/// A message whose size changes while it is written, which no serialiser survives.
+struct Unserialisable final : google::protobuf::Message {
+  Unserialisable* New(google::protobuf::Arena*) const override { return new Unserialisable; }
+  std::size_t ByteSizeLong() const override { return size++; }
+  bool IsInitialized() const override { return true; }
+  int GetCachedSize() const override { return 0; }
+  google::protobuf::Metadata GetMetadata() const override { return ::Parcel().GetMetadata(); }
+
+  mutable std::size_t size = 0;
+};
+
+TEST(Message, KeepsWhatItDoesNotKnow) {
+  // Package type 2, parcel status 9 and a field 15.
+  const Data bytes{0x0A, 0x02, 0x08, 0x02, 0x18, 0x09, 0x78, 0x01};
+  const auto parcel = fromData<::Parcel>(bytes);
+  ASSERT_TRUE(parcel);
+  EXPECT_EQ(nameOf(parcel->package().type()), "unrecognized(2)");
+  EXPECT_EQ(nameOf(parcel->status()), "unrecognized(9)");
+  EXPECT_EQ(safeData(*parcel), bytes);
+  EXPECT_EQ(nameOf(PackageType::trackingSession), "trackingSession");
+
+  auto copy = *parcel;
+  EXPECT_TRUE(isEqual(copy, *parcel));
+  copy.DiscardUnknownFields();
+  EXPECT_FALSE(isEqual(copy, *parcel));
+}
+
+TEST(Message, LogsWhatCannotBeReadOrWritten) {
+  auto& log = LogCapture::start();
+  EXPECT_FALSE(fromData<::Parcel>(Data{0xFF}));
+  EXPECT_FALSE(safeData(Unserialisable()));
+  EXPECT_FALSE(toParcel(Unserialisable(), PackageType::raw, 1));
+  const auto lines = log.lines();
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0].level, LogFacadeLevel::error);
+  EXPECT_EQ(lines[0].function, "fromData(_:)");
+  EXPECT_EQ(lines[0].file, "Utility/Extensions/Message+Tools");
+  EXPECT_EQ(lines[0].line, 32);
+  EXPECT_THAT(lines[0].text, testing::StartsWith("fromData: failed to parse protobuf; error="));
+  EXPECT_EQ(lines[1].function, "safeData()");
+  EXPECT_EQ(lines[1].line, 20);
+  EXPECT_THAT(lines[1].text,
+              testing::AllOf(testing::StartsWith("safeData: serializedData failed; error="),
+                             testing::EndsWith("; type=Parcel")));
+}
+
+TEST(Message, IsWrappedIntoAParcelOfItsType) {
+  ::MessageDto message;
+  message.set_content("hello");
+  const auto parcel = toParcel(message, 5);
+  ASSERT_TRUE(parcel);
+  EXPECT_EQ(parcel->id(), 5u);
+  EXPECT_EQ(parcel->status(), ParcelStatus::none);
+  EXPECT_TRUE(isEqual(fromData<::MessageDto>(viewOf(parcel->package().data())).value(), message));
+  const auto typeOf = [](const auto& dto) { return toParcel(dto, 1)->package().type(); };
+  EXPECT_EQ(typeOf(message), PackageType::message);
+  EXPECT_EQ(typeOf(::ForecastRequest()), PackageType::forecastRequest);
+  EXPECT_EQ(typeOf(::ForecastDto()), PackageType::forecast);
+  EXPECT_EQ(typeOf(::TrackingSessionDto()), PackageType::trackingSession);
+  EXPECT_EQ(typeOf(::TrackingLocationDto()), PackageType::trackingLocation);
+  EXPECT_EQ(toParcel(::SosMessageDto(), PackageType::sosMessage, 1)->package().type(),
+            PackageType::sosMessage);
+}
+
+TEST(Frame, IsTypeLengthAndPayload) {
+  ::Parcel parcel;
+  parcel.set_id(300);
+  parcel.set_status(ParcelStatus::error);
+  EXPECT_EQ(prepareForWrite(parcel), (Data{0, 0, 5, 0x10, 0xAC, 0x02, 0x18, 0x04}));
+  ::SettingsCommand settings;
+  settings.set_trackinginterval(9);
+  EXPECT_EQ(prepareForWrite(settings), (Data{8, 0, 2, 0x08, 0x09}));
+  parcel.Clear();
+  parcel.mutable_package()->set_data(std::string(65'535 - 8, 'x'));
+  const auto longest = prepareForWrite(parcel);
+  EXPECT_EQ(longest.size(), 65'538u);
+  EXPECT_EQ(Data(longest.begin(), longest.begin() + 3), (Data{0, 0xFF, 0xFF}));
+  parcel.mutable_package()->mutable_data()->push_back('x');
+  EXPECT_DEATH(prepareForWrite(parcel), "Fatal error: prepareForWrite: payload too long");
+}
+
+TEST(DataTools, ChunkTakesConsecutiveSlices) {
+  const auto sizes = [](std::size_t count) {
+    Data data(count);
+    for (std::size_t i = 0; i < count; ++i) data[i] = static_cast<std::uint8_t>(i);
+    std::vector<std::size_t> found;
+    Data joined;
+    for (const auto slice : chunk(data, 20)) {
+      found.push_back(slice.size());
+      joined.insert(joined.end(), slice.begin(), slice.end());
+    }
+    EXPECT_EQ(joined, data);
+    return found;
+  };
+  EXPECT_THAT(sizes(45), testing::ElementsAre(20, 20, 5));
+  EXPECT_THAT(sizes(40), testing::ElementsAre(20, 20));
+  EXPECT_THAT(sizes(0), testing::ElementsAre(0));
+}
+
+TEST(DataTools, TextForms) {
+  EXPECT_EQ(debugString(Data{0x41, 0x0A, 0x7F}), "A[10][127]");
+  EXPECT_EQ(debugString(Data{31, 32, 126, 255}), "[31] ~[255]");
+  EXPECT_EQ(base64(Data{0xFB, 0xFF}), "+/8=");
+}
+
+}  // namespace
+}  // namespace tandrell::test
