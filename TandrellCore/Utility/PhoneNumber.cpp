@@ -63,7 +63,7 @@ Result<std::string> PhoneNumberUtil::formatPrimary(Parser parser,
                                                    const std::string& phoneNumber) const {
   i18n::phonenumbers::PhoneNumber number;
   if (parser->Parse(phoneNumber, defaultRegion_, &number) != Library::NO_PARSING_ERROR ||
-      !parser->IsValidNumber(number) || parser->GetNumberType(number) == Library::UNKNOWN) {
+      !parser->IsValidNumber(number)) {
     return Result<std::string>::error(FormatError::notANumber);
   }
   return Result<std::string>::success(e164(*parser, number));

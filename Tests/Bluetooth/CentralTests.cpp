@@ -67,6 +67,23 @@ TEST_P(CentralTest, AScanWaitsForAnUnknownRadio) {
   radio->setState(CentralManagerState::poweredOn);
   radio->setState(CentralManagerState::poweredOn);
   EXPECT_THAT(radio->takeCalls(), ElementsAre(scan)) << "once";
+
+  radio->setState(CentralManagerState::unknown);
+  reconnect();
+  radio->setState(CentralManagerState::poweredOff);
+  ble->sessionForService(Uuid("FE59"));
+  radio->setState(CentralManagerState::poweredOn);
+  EXPECT_THAT(radio->takeCalls(), IsEmpty()) << "given up with the radio";
+}
+
+TEST_P(CentralTest, DoesNotScanForAServiceThatNobodyAskedFor) {
+  const Uuid other("FE59");
+  ble->registerServiceInfos({BleConfig::deviceServiceInfo(), {other, {}}});
+  start();
+  radio->advertise(a, {Service, other});
+  radio->tellConnected(a);
+  findEverything();
+  EXPECT_FALSE(radio->isScanning());
 }
 
 TEST_P(CentralTest, ARadioThatIsOffIsAnErrorForEverySession) {
@@ -192,7 +209,7 @@ TEST_P(CentralTest, RestoresTheConnectionsOfAnEarlierLife) {
   radio->tellConnected(a);
   ble->clearRestoringPeripherals();
   pass(0s);
-  EXPECT_THAT(radio->takeCalls(), testing::Contains("cancel B"));
+  EXPECT_THAT(radio->takeCalls(), ElementsAre("discoverServices A [" + service + "]", "cancel B"));
   EXPECT_EQ(
       log.count("clearRestoringPeripherals: cancel peripheral; uuid=" + b->identifier().text()),
       1u);
@@ -201,7 +218,9 @@ TEST_P(CentralTest, RestoresTheConnectionsOfAnEarlierLife) {
             1u);
   EXPECT_THAT(takeEvents(), IsEmpty());
   findEverything();
-  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "BleConnectEvent"));
+  drop();
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("BleDiscoverEvent", "BleConnectEvent", "BleDisconnectEvent"));
 }
 
 TEST_P(CentralTest, NotificationsReachTheSessionOfTheirService) {

@@ -42,6 +42,8 @@ TEST_P(SessionTest, KeepsOnlyReceivedDataWhenItEnds) {
       fmt::format("serviceId={}; peripheralId={}", Service.text(), a->identifier().text());
   EXPECT_EQ(log.count("didConnect: " + ids), 1u);
   EXPECT_EQ(log.count("didDisconnect: " + ids), 1u);
+  radio->onCentralQueue([&] { impl().didConnect(radio, a); });
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "BleConnectEvent"));
 }
 
 TEST_P(SessionTest, ItsGracePeriodStartsAnewWithAPauseAndEndsWithItsEnd) {

@@ -125,13 +125,16 @@ TEST_P(WriteTest, EndsWithTheGracePeriod) {
   a->expectWrite(first);
   drop();
   EXPECT_TRUE(radio->isScanning());
+  radio->advertise(a);  // and an attempt that comes to nothing
   pass(9999ms);
   EXPECT_TRUE(written.isPending());
   pass(1ms);
   EXPECT_EQ(written.result()->error(), Error(BleError::peripheralDisconnected));
   EXPECT_EQ(waiting.result()->error(), Error(BleError::peripheralDisconnected));
-  EXPECT_THAT(takeEvents(), ElementsAre("BlePauseEvent", "BleDisconnectEvent"));
+  EXPECT_THAT(takeEvents(), ElementsAre("BlePauseEvent", "BleDiscoverEvent", "BleDisconnectEvent"));
+  EXPECT_THAT(radio->takeCalls(), testing::Contains("cancel A"));
   EXPECT_FALSE(radio->isScanning());
+  radio->tellDisconnected(a);
   reconnect();
   connect();
   a->expectNoWrite();
