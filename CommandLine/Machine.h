@@ -1,0 +1,42 @@
+#pragma once
+
+#include <TandrellCore/Platform/Environment.h>
+#include <TandrellCore/Platform/Result.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace tandrell {
+
+/// The machine that the program runs on: the real one in `main`, one with virtual time in tests.
+/// Everything is called on the main thread.
+class Machine {
+ public:
+  virtual ~Machine() = default;
+
+  /// The machine's environment, but for the store and the radio: those are added once it is known
+  /// that the command makes sense.
+  virtual Environment environment() const = 0;
+
+  /// Opens the store in this directory, or in the usual place where it is empty.
+  virtual Result<std::shared_ptr<UserDefaults>> openStore(const std::string& directory) = 0;
+
+  /// Sends the library's log lines of this level and above to the standard error stream. The level
+  /// is one of `logLevels`.
+  virtual void startLog(const std::string& level) = 0;
+
+  /// Runs the main queue until `stop()`.
+  virtual void run() = 0;
+  virtual void stop() = 0;
+
+  /// Calls the handler on the main queue at the first interruption (Ctrl-C).
+  virtual void onInterrupt(Work handler) = 0;
+
+  virtual void writeOut(std::string_view text) = 0;
+  virtual void writeError(std::string_view text) = 0;
+  /// Whether a person reads the standard output as it appears.
+  virtual bool isTerminal() const = 0;
+};
+
+}  // namespace tandrell

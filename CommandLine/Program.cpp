@@ -1,0 +1,167 @@
+#include <CommandLine/Command.h>
+#include <CommandLine/Program.h>
+#include <CommandLine/SendCommand.h>
+#include <CommandLine/WatchCommand.h>
+#include <TandrellCore/Utility/DefaultStore.h>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <utility>
+
+namespace tandrell {
+namespace {
+
+std::vector<std::unique_ptr<Command>> makeCommands() {
+  std::vector<std::unique_ptr<Command>> commands;
+  commands.push_back(std::make_unique<SendCommand>());
+  commands.push_back(std::make_unique<WatchCommand>());
+  return commands;
+}
+
+/// One run of the program.
+class Program {
+ public:
+  Program(Machine& machine, const LinkMaker& makeLink) : machine_(machine), makeLink_(makeLink) {}
+
+  int run(std::vector<std::string> arguments) {
+    declare();
+    std::reverse(arguments.begin(), arguments.end());  // the parser takes them from the back
+    try {
+      app_.parse(arguments);
+    } catch (const CLI::ParseError& stop) {
+      return didStop(stop);
+    }
+    const auto chosen = std::find_if(commands_.begin(), commands_.end(), [this](const auto& each) {
+      return app_.got_subcommand(each->name());
+    });
+    if (chosen == commands_.end()) return refuseArguments("no command was given");
+    return statusOf(runCommand(**chosen));
+  }
+
+ private:
+  static int statusOf(ExitStatus status) { return static_cast<int>(status); }
+
+  void declare() {
+    app_.set_version_flag("--version", "tandrell " TANDRELL_VERSION);
+    app_.footer("'tandrell COMMAND --help' shows a command's options and an example.");
+    app_.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app_.get_formatter()->label("Subcommands", "Commands");
+    app_.require_subcommand(0, 1);
+    app_.fallthrough();  // so that these options may also stand behind the command
+    app_.add_option("--link", link_, "The way to the device")
+        ->check(CLI::IsMember(linkNames()))
+        ->capture_default_str();
+    app_.add_flag("--json", json_, "Print one JSON object per line");
+    app_.add_option("--timeout", timeout_, "Give up after this many seconds")
+        ->type_name("S")
+        ->check(CLI::Range(minimumSeconds, maximumSeconds).description(""));
+    app_.add_option("--log-level", logLevel_, "The least severe of the log lines to show")
+        ->check(CLI::IsMember(logLevels()))
+        ->capture_default_str();
+    app_.add_option("--data-dir", dataDirectory_, "Where the state is kept between runs")
+        ->type_name("DIR");
+    app_.add_option("--user", user_, "Whose state it is")->type_name("ID");
+    for (const auto& command : commands_) {
+      auto* subcommand = app_.add_subcommand(command->name(), command->description());
+      subcommand->footer("Example:\n  " + command->example());
+      command->declare(*subcommand);
+    }
+  }
+
+  /// Help or the version was asked for, or the arguments make no sense.
+  int didStop(const CLI::ParseError& stop) {
+    if (stop.get_exit_code() == 0) {
+      std::ostringstream text;
+      app_.exit(stop, text, text);
+      machine_.writeOut(text.str());
+      return statusOf(ExitStatus::done);
+    }
+    return refuseArguments(stop.what());
+  }
+
+  int refuseArguments(std::string problem) {
+    std::replace(problem.begin(), problem.end(), '\n', ' ');
+    machine_.writeError(fmt::format("tandrell: {}; see 'tandrell --help'\n", problem));
+    return statusOf(ExitStatus::usage);
+  }
+
+  ExitStatus runCommand(Command& command) {
+    Output output(machine_, json_);
+    auto environment = machine_.environment();
+    if (const auto problem = command.check(environment)) {
+      return refuse(output, environment, ExitStatus::usage, "usage", *problem);
+    }
+    machine_.startLog(logLevel_);
+    if (!user_.empty()) AppDefaultModule::setUserIdProvider([user = user_] { return user; });
+
+    const auto store = machine_.openStore(dataDirectory_);
+    if (!store.isSuccess()) {
+      return refuse(output, environment, ExitStatus::failed, "failed", store.error().text);
+    }
+    environment.userDefaults = store.value();
+    const auto link = makeLink_(link_, environment);
+    if (!link.isSuccess()) {
+      return refuse(output, environment, ExitStatus::failed, "failed", link.error().text);
+    }
+    environment.centralManagers = link.value()->centralManagers();
+    return execute(command, {environment, *link.value(), output, timeout(), {}});
+  }
+
+  static ExitStatus refuse(Output& output, const Environment& environment, ExitStatus status,
+                           std::string_view outcome, const std::string& problem) {
+    output.error(problem);
+    output.refused(Moment::now(environment), statusOf(status), outcome);
+    return status;
+  }
+
+  ExitStatus execute(Command& command, Context context) {
+    auto status = ExitStatus::failed;
+    context.finished = [&](ExitStatus ended) {
+      status = ended;
+      machine_.stop();
+    };
+    const auto queue = context.environment.mainQueue();
+    const auto run = command.makeRun(std::move(context));
+    // In this order, so that an interruption finds the run started.
+    queue->async([run] { run->start(); });
+    machine_.onInterrupt([run] { run->interrupt(); });
+    machine_.run();
+    machine_.onInterrupt(nullptr);
+    return status;
+  }
+
+  std::optional<Duration> timeout() const {
+    return timeout_ ? std::optional(durationOf(*timeout_)) : std::nullopt;
+  }
+
+  Machine& machine_;
+  const LinkMaker& makeLink_;
+  CLI::App app_{"Messages by satellite communicator", "tandrell"};
+  const std::vector<std::unique_ptr<Command>> commands_ = makeCommands();
+  std::string link_ = "sim";
+  bool json_ = false;
+  std::optional<double> timeout_;
+  std::string logLevel_ = "warning";
+  std::string dataDirectory_;
+  std::string user_;
+};
+
+}  // namespace
+
+int runProgram(const std::vector<std::string>& arguments, Machine& machine,
+               const LinkMaker& makeLink) {
+  return Program(machine, makeLink).run(arguments);
+}
+
+const std::vector<std::string>& logLevels() {
+  static const std::vector<std::string> levels = {"off",  "error", "warning",
+                                                  "info", "debug", "verbose"};
+  return levels;
+}
+
+}  // namespace tandrell

@@ -1,0 +1,58 @@
+#include <CommandLine/SendCommand.h>
+#include <CommandLine/SendRun.h>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <unicode/utf8.h>
+
+namespace tandrell {
+namespace {
+
+bool isUtf8(const std::string& text) {
+  const auto size = static_cast<std::int32_t>(text.size());
+  for (std::int32_t at = 0; at < size;) {
+    UChar32 codePoint = 0;
+    U8_NEXT(text.data(), at, size, codePoint);
+    if (codePoint < 0) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+void SendCommand::declare(CLI::App& app) {
+  app.add_option("--to", to_, "Phone number or e-mail address")->type_name("RECIPIENT");
+  app.add_option("text", text_, "The message")->type_name("TEXT");
+  app.add_flag("--await-reply", awaitReply_, "Wait for a message after the delivery, and show it");
+}
+
+std::optional<std::string> SendCommand::check(const Environment& environment) {
+  if (auto problem = checkRecipient(environment)) return problem;
+  if (auto problem = checkText()) return problem;
+  payload_ = MessagePayload::make(environment.wallClock, text_, email_, phone_,
+                                  environment.random->next(), DevicePayloadStatus::none);
+  if (payload_->transmissionCount() == 1) return std::nullopt;
+  return fmt::format(
+      "the message is too long: with recipient and time it takes {} bytes, and the limit is {:.0f}",
+      payload_->serializedData().size(), DevicePayload::maximumTransmissionSize);
+}
+
+std::optional<std::string> SendCommand::checkRecipient(const Environment& environment) {
+  if (to_.empty()) return "no recipient: name a phone number or an e-mail address with --to";
+  email_ = EmailAddress::build(to_);
+  if (!email_) phone_ = PhoneNumber::build(to_, PhoneNumberUtil(environment));
+  if (email_ || phone_) return std::nullopt;
+  return fmt::format("the recipient \"{}\" is neither a phone number nor an e-mail address", to_);
+}
+
+std::optional<std::string> SendCommand::checkText() const {
+  if (text_.empty()) return "the message is empty: a text of at least one character is needed";
+  if (!isUtf8(text_)) return "the message is not valid UTF-8 text";
+  return std::nullopt;
+}
+
+std::shared_ptr<Run> SendCommand::makeRun(Context context) {
+  return std::make_shared<SendRun>(std::move(context), payload_, awaitReply_);
+}
+
+}  // namespace tandrell

@@ -1,0 +1,316 @@
+#include <TandrellCore/Bluetooth/BleConfig.h>
+#include <TandrellCore/Bluetooth/BleUtility.h>
+#include <TandrellCore/Core/DeviceUtil.h>
+#include <Tests/CommandLine/VirtualMachine.h>
+
+#include <gmock/gmock.h>
+
+#include <regex>
+
+namespace tandrell {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsSupersetOf;
+
+const std::vector<std::string> sending = {"--json", "send", "--to", "+442079460018",
+                                          "We are at the hut and stay for two nights."};
+
+std::vector<std::string> with(std::vector<std::string> arguments,
+                              std::initializer_list<std::string> more) {
+  arguments.insert(arguments.end(), more);
+  return arguments;
+}
+
+TEST(SendTests, TellsEveryStepOfAMessageUntilItIsDelivered) {
+  VirtualMachine machine;
+  EXPECT_EQ(machine.run(sending), 0);
+  EXPECT_THAT(
+      machine.story(),
+      ElementsAre("sending", "connection scanning", "connection connected", "activity listening",
+                  "activity sending", "chunk", "chunk", "chunk", "chunk", "written",
+                  "status connecting", "status sending", "activity listening", "status delivered",
+                  "connection disconnected", "received", "done"));
+  // A chunk goes there and its acknowledgement back in 30 ms; 300 ms later comes the next.
+  const auto chunks = machine.events("chunk");
+  EXPECT_FALSE(chunks.at(0).contains("msSincePrevious"));
+  EXPECT_DOUBLE_EQ(chunks.at(1).at("msSincePrevious"), 330);
+  std::size_t bytes = 0;
+  for (const auto& chunk : chunks) bytes += chunk.at("bytes").get<std::size_t>();
+  EXPECT_EQ(bytes, machine.events("sending").at(0).at("frameBytes"));
+  EXPECT_EQ(machine.link->device()->records().parcels.at(0).parcel.id(),
+            machine.events("sending").at(0).at("parcelId"));
+  EXPECT_EQ(machine.events().front().at("ts"), 1'700'000'000.0);
+  EXPECT_TRUE(machine.events("received").at(0).at("match"));
+  EXPECT_EQ(machine.events().back().at("status"), 0);
+  EXPECT_EQ(machine.outcome(), "delivered");
+  EXPECT_EQ(machine.errors, "");
+}
+
+TEST(SendTests, WaitsForAReplyOnlyWhenAsked) {
+  VirtualMachine machine;
+  EXPECT_EQ(machine.run(with(sending, {"--await-reply"})), 0);
+  EXPECT_EQ(machine.events("message").at(0).at("text"), *SimLink::defaultOptions().reply);
+
+  VirtualMachine silent{CommunicatorOptions()};
+  EXPECT_EQ(silent.run(with(sending, {"--await-reply"})), 3);
+  EXPECT_THAT(silent.story(), IsSupersetOf({"status delivered"}));
+}
+
+struct Misfortune {
+  std::string name;
+  std::function<void(CommunicatorOptions&)> device;
+  std::function<void(SimLink&)> prepare;
+  std::vector<std::string> options;
+  int status;
+  std::string outcome;
+  Duration after;  ///< seconds of virtual time, rounded down
+
+  friend void PrintTo(const Misfortune& self, std::ostream* out) { *out << self.name; }
+};
+
+class SendMisfortuneTests : public testing::TestWithParam<Misfortune> {};
+
+TEST_P(SendMisfortuneTests, EndsInTimeWithItsOwnStatus) {
+  auto options = SimLink::defaultOptions();
+  if (GetParam().device) GetParam().device(options);
+  VirtualMachine machine(options);
+  machine.prepare = GetParam().prepare;
+  auto arguments = sending;
+  arguments.insert(arguments.end(), GetParam().options.begin(), GetParam().options.end());
+  EXPECT_EQ(machine.run(arguments), GetParam().status);
+  EXPECT_EQ(machine.outcome(), GetParam().outcome) << machine.out;
+  EXPECT_EQ(std::chrono::floor<std::chrono::seconds>(machine.time->now()), GetParam().after);
+}
+
+void losePowerSoon(SimLink& link) {
+  link.radio()->timeline()->after(1s, std::weak_ptr(link.device()),
+                                  [](auto& device) { device.powerOff(); });
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    All, SendMisfortuneTests,
+    testing::Values(
+        Misfortune{
+            "noDevice", [](auto& device) { device.inRange = false; }, {}, {}, 4, "noDevice", 30s},
+        Misfortune{"noDeviceInShortTime",
+                   [](auto& device) { device.poweredOn = false; },
+                   {},
+                   {"--timeout", "5"},
+                   4,
+                   "noDevice",
+                   5s},
+        Misfortune{"silentSatellite",
+                   [](auto& device) { device.reception = Reception::silent; },
+                   {},
+                   {"--timeout", "20"},
+                   3,
+                   "timedOut",
+                   20s},
+        Misfortune{"noTimeToWrite", {}, {}, {"--timeout", "1"}, 3, "timedOut", 1s},
+        Misfortune{"silentForGood",
+                   [](auto& device) { device.reception = Reception::silent; },
+                   {},
+                   {},
+                   3,
+                   "timedOut",
+                   180s},
+        Misfortune{"undeliverable",
+                   [](auto& device) { device.reception = Reception::lost; },
+                   {},
+                   {},
+                   1,
+                   "failed",
+                   32s},
+        Misfortune{"refusedWrite",
+                   [](auto& device) { device.faults.refuseWrite(2, CentralError::uuidNotAllowed); },
+                   {},
+                   {},
+                   1,
+                   "failed",
+                   0s},
+        Misfortune{"brokenLinkThatReturns",
+                   [](auto& device) { device.faults.dropAtByte(30); },
+                   {},
+                   {},
+                   0,
+                   "delivered",
+                   6s},
+        Misfortune{"lostForGood", {}, losePowerSoon, {}, 1, "linkLost", 31s},
+        Misfortune{"radioOff",
+                   {},
+                   [](SimLink& link) { link.radio()->setState(CentralManagerState::poweredOff); },
+                   {},
+                   1,
+                   "failed",
+                   0s}),
+    [](const auto& each) { return each.param.name; });
+
+TEST(SendTests, FailsWhenTheDeviceTookInOtherBytesThanWereSent) {
+  struct Tampering final : Link {
+    explicit Tampering(std::shared_ptr<Link> link) : link(std::move(link)) {}
+    std::shared_ptr<CentralManagerFactory> centralManagers() const override {
+      return link->centralManagers();
+    }
+    std::optional<Received> received() const override {
+      auto received = link->received();
+      received->chunks.at(1).back() ^= 1;
+      return received;
+    }
+    std::shared_ptr<Link> link;
+  };
+  VirtualMachine machine;
+  machine.wrap = [](auto link) { return std::make_shared<Tampering>(link); };
+  EXPECT_EQ(machine.run(sending), 1);
+  EXPECT_EQ(machine.outcome(), "corrupted");
+}
+
+TEST(SendTests, ReportsWhatAnEarlierLifeLeftBehind) {
+  VirtualMachine machine;
+  {
+    auto environment = machine.environment();
+    environment.userDefaults = machine.store;
+    const auto link = makeDeviceUtil(environment, BleUtility::make(environment));
+    for (const std::uint32_t id : {41, 42}) {
+      ::Parcel parcel;
+      parcel.set_id(id);
+      link->send(parcel);
+    }
+    machine.time->runDue();
+  }
+  EXPECT_EQ(machine.run(sending), 0);
+  const auto earlier = machine.events("earlier");
+  ASSERT_EQ(earlier.size(), 1u);
+  EXPECT_EQ(earlier[0].at("parcelId"), 42);
+  EXPECT_EQ(earlier[0].at("value"), "error");
+  EXPECT_EQ(machine.run(sending), 0);
+  EXPECT_TRUE(machine.events("earlier").empty());
+}
+
+TEST(SendTests, PartsFromTheDeviceWhenInterrupted) {
+  VirtualMachine machine;
+  machine.prepare = [&](SimLink&) {
+    machine.time->mainQueue()->asyncAfter(1s, [&] { machine.interrupt(); });
+  };
+  EXPECT_EQ(machine.run(sending), 130);
+  EXPECT_THAT(machine.story(), IsSupersetOf({"connection connected", "connection disconnected"}));
+  EXPECT_EQ(machine.outcome(), "interrupted");
+}
+
+TEST(SendTests, RedrawsTheProgressOnATerminalOnly) {
+  const std::vector<std::string> plainSending(sending.begin() + 1, sending.end());
+  VirtualMachine machine;
+  machine.run(plainSending);
+  EXPECT_THAT(machine.out, HasSubstr("chunk 2 of 4: 20 bytes, 330 ms after the one before\n"));
+  EXPECT_EQ(machine.out.find('\x1b'), std::string::npos);
+  machine.terminal = true;
+  machine.run(plainSending);
+  EXPECT_THAT(machine.out, HasSubstr("330 ms after the one before\r\x1b[K"));
+}
+
+struct Mistake {
+  std::vector<std::string> arguments;
+  std::string message;
+};
+
+TEST(ArgumentTests, AreRefusedInOneLineBeforeAnythingIsOpened) {
+  const std::vector<Mistake> mistakes = {
+      {{}, "no command"},
+      {{"sned"}, "not expected: sned"},
+      {{"--loud", "watch"}, "not expected: --loud"},
+      {{"send", "--to"}, "--to"},
+      {{"send", "hello"}, "no recipient"},
+      {{"send", "--to", "nobody", "hello"}, "\"nobody\" is neither"},
+      {{"send", "--to", "me@nowhere", "hello"}, "\"me@nowhere\" is neither"},
+      {{"send", "--to", "+442079460018"}, "empty"},
+      {{"send", "--to", "+442079460018", ""}, "empty"},
+      {{"send", "--to", "+442079460018", "caf\xe9"}, "UTF-8"},
+      {{"send", "--to", "+442079460018", std::string(317, 'x')}, "341 bytes, and the limit is 340"},
+      {{"send", "--timeout", "0", "--to", "+442079460018", "hello"}, "--timeout"},
+      {{"watch", "--for", "soon"}, "--for"},
+      {{"--link", "string", "watch"}, "--link"},
+      {{"--log-level", "loud", "watch"}, "--log-level"},
+  };
+  for (const auto& [arguments, message] : mistakes) {
+    VirtualMachine machine;
+    EXPECT_EQ(machine.run(arguments), 2) << message;
+    EXPECT_THAT(machine.errors, HasSubstr(message));
+    EXPECT_EQ(std::count(machine.errors.begin(), machine.errors.end(), '\n'), 1) << message;
+    EXPECT_EQ(machine.out, "") << message;
+    EXPECT_EQ(machine.storesOpened, 0) << message;
+  }
+  VirtualMachine machine;
+  EXPECT_EQ(machine.run({"send", "--to", "020 7946 0018", std::string(316, 'x')}), 0);
+}
+
+TEST(ArgumentTests, HelpOfEveryCommandHasAnExample) {
+  VirtualMachine machine;
+  EXPECT_EQ(machine.run({"--help"}), 0);
+  EXPECT_THAT(machine.out, HasSubstr("watch"));
+  for (const std::string command : {"send", "watch"}) {
+    EXPECT_EQ(machine.run({command, "--help"}), 0);
+    EXPECT_THAT(machine.out, HasSubstr("Example:\n  tandrell " + command));
+  }
+  EXPECT_EQ(machine.run({"--version"}), 0);
+  EXPECT_TRUE(std::regex_match(machine.out, std::regex("tandrell \\d+\\.\\d+\\.\\d+\n")));
+}
+
+TEST(ArgumentTests, AStoreThatDoesNotOpenIsAFailureThatIsExplained) {
+  VirtualMachine machine;
+  machine.storeError = Error("UserDefaultsError", 1, "no room in /tmp/x");
+  EXPECT_EQ(machine.run(sending), 1);
+  EXPECT_THAT(machine.errors, HasSubstr("no room in /tmp/x"));
+  EXPECT_EQ(machine.outcome(), "failed");
+}
+
+TEST(WatchTests, TellsStatesAndMessagesUntilTheTimeIsUp) {
+  VirtualMachine machine;
+  EXPECT_EQ(machine.run({"--json", "watch", "--for", "40"}), 0);
+  EXPECT_THAT(machine.story(),
+              IsSupersetOf({"connection connected", "activity listening", "tracking disabled",
+                            "imei 300000000000001", "firmwareVersion 1.4.2", "battery 80",
+                            "quality 4", "settings {trackingInterval:600}", "quality 2", "message",
+                            "quality 5", "battery 79", "activity sleeping", "done"}));
+  EXPECT_EQ(machine.events("message").size(), 1u);
+  EXPECT_GT(machine.events("wakeDate").at(0).at("value"), 1'700'000'040.0);
+}
+
+TEST(WatchTests, LooksForALostDeviceAgain) {
+  VirtualMachine machine;
+  machine.prepare = [](SimLink& link) {
+    losePowerSoon(link);
+    link.radio()->timeline()->after(60s, std::weak_ptr(link.device()),
+                                    [](auto& device) { device.powerOn(); });
+  };
+  EXPECT_EQ(machine.run({"--json", "watch", "--for", "62"}), 0);
+  std::vector<std::string> connection;
+  for (const auto& event : machine.events("connection")) connection.push_back(event.at("value"));
+  EXPECT_THAT(connection, ElementsAre("scanning", "connected", "scanning", "disconnected",
+                                      "scanning", "connected", "disconnected"));
+}
+
+TEST(WatchTests, AMessageNeitherBreaksItsLineNorCommandsTheTerminal) {
+  VirtualMachine machine;
+  machine.prepare = [](SimLink& link) {
+    MessageDto message;
+    message.set_content("one\ntwo\x1b[2Jthree");
+    link.device()->sendMessage(message);
+  };
+  EXPECT_EQ(machine.run({"watch", "--for", "2"}), 0);
+  EXPECT_THAT(machine.out, HasSubstr(": one two [2Jthree\n"));
+  EXPECT_EQ(machine.run({"--json", "watch", "--for", "2"}), 0);
+  EXPECT_EQ(machine.events("message").at(0).at("text"), "one\ntwo\x1b[2Jthree");
+}
+
+TEST(WatchTests, EndsWithoutADeviceOnlyWhenAskedTo) {
+  CommunicatorOptions absent;
+  absent.inRange = false;
+  VirtualMachine machine(absent);
+  EXPECT_EQ(machine.run({"--json", "watch", "--timeout", "10"}), 4);
+  EXPECT_EQ(machine.run({"--json", "watch", "--for", "600"}), 0);
+}
+
+}  // namespace
+}  // namespace tandrell

@@ -1,0 +1,67 @@
+"""Runs the built program as a user does: real time, real processes, real store."""
+
+import json
+import os
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+PROGRAM = sys.argv.pop(1)
+
+
+class ProgramTest(unittest.TestCase):
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.data = os.path.join(directory.name, "data")
+
+    def start(self, *arguments):
+        command = [PROGRAM, "--json", "--data-dir", self.data, *arguments]
+        return subprocess.Popen(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+
+    def test_send_delivers_and_keeps_the_store_private(self):
+        process = self.start("send", "--to", "someone@example.org", "hello")
+        out, errors = process.communicate(timeout=60)
+        events = [json.loads(line) for line in out.splitlines()]
+        self.assertEqual((process.returncode, errors), (0, ""))
+        statuses = [event["value"] for event in events if event["type"] == "status"]
+        self.assertEqual(statuses, ["connecting", "sending", "delivered"])
+        # The device needs its 300 ms between two chunks.
+        pauses = [e["msSincePrevious"] for e in events if "msSincePrevious" in e]
+        self.assertTrue(pauses and min(pauses) >= 300, pauses)
+        self.assertEqual(events[-1]["type"], "done")
+        for name in os.listdir(self.data):
+            self.assertEqual(os.stat(os.path.join(self.data, name)).st_mode & 0o077, 0, name)
+
+    def test_interruption_parts_from_the_device(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            process = self.start("watch")
+            for line in process.stdout:
+                if '"battery"' in line:
+                    break
+            process.send_signal(number)
+            out, errors = process.communicate(timeout=60)
+            events = [json.loads(line) for line in out.splitlines()]
+            self.assertEqual((process.returncode, errors), (130, ""))
+            self.assertIn(("connection", "disconnected"),
+                          [(e["type"], e.get("value")) for e in events])
+            self.assertEqual(events[-1]["outcome"], "interrupted")
+
+    def test_a_store_that_cannot_be_opened_is_named(self):
+        open(self.data, "w").close()
+        process = self.start("watch", "--for", "1")
+        out, errors = process.communicate(timeout=60)
+        self.assertEqual(process.returncode, 1)
+        self.assertIn(self.data, errors)
+        self.assertEqual(json.loads(out)["status"], 1)
+
+    def test_unknown_option_is_refused(self):
+        process = self.start("--loud", "watch")
+        out, errors = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, out, errors.count("\n")), (2, "", 1))
+
+
+if __name__ == "__main__":
+    unittest.main()
