@@ -36,7 +36,8 @@ class BleSession {
   /// Queues one write; writes go out one at a time, in order. Fulfilled with the bytes once the
   /// peripheral has acknowledged all of them. Rejected with a `BleError` when there is no such
   /// characteristic or the session ends first, or with the platform's own error. A write that a
-  /// drop interrupts is sent again, from its beginning, when the link returns in time.
+  /// drop leaves unanswered is sent again, from its beginning, when the link returns in time; one
+  /// that the platform answers with `peripheralDisconnected` is rejected.
   virtual Promise<Data> writeData(const Uuid& charUUID, Data data) = 0;
 
   /// Looks for the service again after the session was ended.

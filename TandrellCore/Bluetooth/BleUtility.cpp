@@ -57,7 +57,10 @@ void BleUtility::disconnectPeripheral(const Uuid& serviceUUID) {
 }
 
 void BleUtility::sessionDidExpire(const Uuid& serviceUUID) {
-  if (const auto record = findRecord(serviceUUID)) letGo(*record);
+  // Forgotten first: the session has reported its end already.
+  if (const auto record = findRecord(serviceUUID)) {
+    letGo(*removeDisconnectedPeripheral(record->peripheral->identifier()));
+  }
   scanForUndiscoveredSessionServices();
 }
 

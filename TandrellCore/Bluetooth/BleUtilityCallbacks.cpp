@@ -60,7 +60,8 @@ std::vector<BleUtility::SessionPtr> BleUtility::sessionsOf(const BlePeripheral& 
 
 bool BleUtility::isWanted(const std::vector<Uuid>& services) {
   return std::any_of(services.begin(), services.end(), [this](const Uuid& uuid) {
-    return !findOrCreateSession(uuid, false)->isTerminated();
+    // A second device with the service is left alone: its session stands for one of them.
+    return !findRecord(uuid) && !findOrCreateSession(uuid, false)->isTerminated();
   });
 }
 

@@ -107,12 +107,6 @@ TEST_F(PromiseTest, LastHandleMayGoInItsOwnSettlement) {
   EXPECT_THAT(order_, ElementsAre("then"));
 }
 
-TEST_F(PromiseTest, ForwardsItsOutcomeToAnother) {
-  const Promise<int> other(main_);
-  Promise<int>::rejected(main_, error_).forwardTo(other);
-  EXPECT_EQ(other.result()->error(), error_);
-}
-
 TEST_F(PromiseTest, PlainThreadWaits) {
   const Promise<std::string> promise(main_);
   std::thread settler([promise] { promise.fulfill("done"); });

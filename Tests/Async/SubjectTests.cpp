@@ -139,17 +139,6 @@ TEST(Subject, PublishingFromManyThreadsKeepsOneOrder) {
   EXPECT_EQ(first, second);
 }
 
-TEST(Subscription, ReleasesTheObserverAndOutlivesTheSubject) {
-  auto token = std::make_shared<int>();
-  const std::weak_ptr weak = token;
-  auto subject = std::make_optional<PublishSubject<int>>();
-  auto subscription = subject->observe([token](int) {});
-  token.reset();
-  subject.reset();
-  subscription = Subscription();
-  EXPECT_TRUE(weak.expired());
-}
-
 TEST(CompositeDisposable, EndsTogetherAndAtOnceWhenDisposed) {
   PublishSubject<int> subject;
   std::vector<int> values;

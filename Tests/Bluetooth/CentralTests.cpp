@@ -31,16 +31,6 @@ TEST_P(CentralTest, FindsTheDeviceAndMakesItsServiceReady) {
                   "subscribe A " + TransmittingChar.text(), "stopScan"));
 }
 
-TEST_P(CentralTest, IgnoresWhatNobodyWaitsFor) {
-  start();
-  radio->advertise(a, {Uuid("1800"), BleConfig::DfuUUIDs::Service});
-  ble->registerServiceInfos({});
-  radio->advertise(a);
-  EXPECT_EQ(log.count("findServiceInfo: no serviceInfos were registered"), 1u);
-  EXPECT_THAT(takeEvents(), IsEmpty());
-  EXPECT_THAT(radio->takeCalls(), ElementsAre("makeCentralManager restore", scan));
-}
-
 TEST_P(CentralTest, ScansUntilEveryWantedServiceIsConnected) {
   const Uuid other("FE59");
   ble->registerServiceInfos({BleConfig::deviceServiceInfo(), {other, {}}});
@@ -57,6 +47,31 @@ TEST_P(CentralTest, ScansUntilEveryWantedServiceIsConnected) {
   radio->tellDisconnected(b);
   EXPECT_FALSE(radio->isScanning()) << "without a grace period its session has ended";
   EXPECT_TRUE(session->connected());
+}
+
+TEST_P(CentralTest, ASecondCommunicatorIsLeftAlone) {
+  start();
+  radio->advertise(a);
+  radio->advertise(b);
+  EXPECT_THAT(radio->takeCalls(), ElementsAre("makeCentralManager restore", scan, "connect A"));
+  connect();
+  radio->advertise(b);
+  EXPECT_THAT(radio->takeCalls(), IsEmpty());
+}
+
+TEST_P(CentralTest, AnAttemptThatOutlastsTheGracePeriodIsGivenUpWithoutASecondEvent) {
+  session->reconnectDuration(10s);
+  start();
+  connect();
+  drop();
+  radio->advertise(a);
+  pass(10s);
+  EXPECT_THAT(takeEvents(), ElementsAre("BlePauseEvent", "BleDiscoverEvent", "BleDisconnectEvent"));
+  EXPECT_THAT(radio->takeCalls(), testing::Contains("cancel A"));
+  reconnect();
+  radio->tellDisconnected(a);
+  EXPECT_THAT(takeEvents(), IsEmpty());
+  connect();
 }
 
 TEST_P(CentralTest, AScanWaitsForAnUnknownRadio) {
@@ -239,18 +254,6 @@ TEST_P(CentralTest, NotificationsReachTheSessionOfTheirService) {
   a->notify(Service, TransmittingChar, Data{1});
   EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"))
       << "and nothing of an old connection";
-}
-
-TEST_P(CentralTest, ResetDetachesAndEndsEverySession) {
-  start();
-  connect();
-  const auto written = write({1});
-  ble->reset();
-  pass(0s);
-  EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"));
-  EXPECT_EQ(written.result()->error(), Error(BleError::peripheralDisconnected));
-  radio->setState(CentralManagerState::poweredOff);
-  EXPECT_THAT(takeEvents(), IsEmpty());
 }
 
 }  // namespace

@@ -59,15 +59,6 @@ TEST_P(SessionTest, ItsGracePeriodStartsAnewWithAPauseAndEndsWithItsEnd) {
   EXPECT_EQ(machine.time->nextDue(), std::nullopt);
 }
 
-TEST_P(SessionTest, WithoutAGracePeriodAPauseChangesNothing) {
-  session->reconnectDuration(1s).reconnectDuration(std::nullopt);
-  radio->onCentralQueue([&] { impl().didPause(a->identifier()); });
-  EXPECT_THAT(log.texts(LogFacadeLevel::error),
-              ElementsAre("didPause should only be called when reconnectDuration has been set"));
-  EXPECT_TRUE(session->connected());
-  EXPECT_THAT(takeEvents(), IsEmpty());
-}
-
 TEST_P(SessionTest, WithoutACentralItFailsAtOnce) {
   ble.reset();
   session->start();

@@ -95,13 +95,6 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         Misfortune{
             "noDevice", [](auto& device) { device.inRange = false; }, {}, {}, 4, "noDevice", 30s},
-        Misfortune{"noDeviceInShortTime",
-                   [](auto& device) { device.poweredOn = false; },
-                   {},
-                   {"--timeout", "5"},
-                   4,
-                   "noDevice",
-                   5s},
         Misfortune{"silentSatellite",
                    [](auto& device) { device.reception = Reception::silent; },
                    {},
@@ -109,14 +102,6 @@ INSTANTIATE_TEST_SUITE_P(
                    3,
                    "timedOut",
                    20s},
-        Misfortune{"noTimeToWrite", {}, {}, {"--timeout", "1"}, 3, "timedOut", 1s},
-        Misfortune{"silentForGood",
-                   [](auto& device) { device.reception = Reception::silent; },
-                   {},
-                   {},
-                   3,
-                   "timedOut",
-                   180s},
         Misfortune{"undeliverable",
                    [](auto& device) { device.reception = Reception::lost; },
                    {},
@@ -148,25 +133,6 @@ INSTANTIATE_TEST_SUITE_P(
                    0s}),
     [](const auto& each) { return each.param.name; });
 
-TEST(SendTests, FailsWhenTheDeviceTookInOtherBytesThanWereSent) {
-  struct Tampering final : Link {
-    explicit Tampering(std::shared_ptr<Link> link) : link(std::move(link)) {}
-    std::shared_ptr<CentralManagerFactory> centralManagers() const override {
-      return link->centralManagers();
-    }
-    std::optional<Received> received() const override {
-      auto received = link->received();
-      received->chunks.at(1).back() ^= 1;
-      return received;
-    }
-    std::shared_ptr<Link> link;
-  };
-  VirtualMachine machine;
-  machine.wrap = [](auto link) { return std::make_shared<Tampering>(link); };
-  EXPECT_EQ(machine.run(sending), 1);
-  EXPECT_EQ(machine.outcome(), "corrupted");
-}
-
 TEST(SendTests, ReportsWhatAnEarlierLifeLeftBehind) {
   VirtualMachine machine;
   {
@@ -197,17 +163,6 @@ TEST(SendTests, PartsFromTheDeviceWhenInterrupted) {
   EXPECT_EQ(machine.run(sending), 130);
   EXPECT_THAT(machine.story(), IsSupersetOf({"connection connected", "connection disconnected"}));
   EXPECT_EQ(machine.outcome(), "interrupted");
-}
-
-TEST(SendTests, RedrawsTheProgressOnATerminalOnly) {
-  const std::vector<std::string> plainSending(sending.begin() + 1, sending.end());
-  VirtualMachine machine;
-  machine.run(plainSending);
-  EXPECT_THAT(machine.out, HasSubstr("chunk 2 of 4: 20 bytes, 330 ms after the one before\n"));
-  EXPECT_EQ(machine.out.find('\x1b'), std::string::npos);
-  machine.terminal = true;
-  machine.run(plainSending);
-  EXPECT_THAT(machine.out, HasSubstr("330 ms after the one before\r\x1b[K"));
 }
 
 struct Mistake {
@@ -257,14 +212,6 @@ TEST(ArgumentTests, HelpOfEveryCommandHasAnExample) {
   EXPECT_TRUE(std::regex_match(machine.out, std::regex("tandrell \\d+\\.\\d+\\.\\d+\n")));
 }
 
-TEST(ArgumentTests, AStoreThatDoesNotOpenIsAFailureThatIsExplained) {
-  VirtualMachine machine;
-  machine.storeError = Error("UserDefaultsError", 1, "no room in /tmp/x");
-  EXPECT_EQ(machine.run(sending), 1);
-  EXPECT_THAT(machine.errors, HasSubstr("no room in /tmp/x"));
-  EXPECT_EQ(machine.outcome(), "failed");
-}
-
 TEST(WatchTests, TellsStatesAndMessagesUntilTheTimeIsUp) {
   VirtualMachine machine;
   EXPECT_EQ(machine.run({"--json", "watch", "--for", "40"}), 0);
@@ -302,14 +249,6 @@ TEST(WatchTests, AMessageNeitherBreaksItsLineNorCommandsTheTerminal) {
   EXPECT_THAT(machine.out, HasSubstr(": one two [2Jthree\n"));
   EXPECT_EQ(machine.run({"--json", "watch", "--for", "2"}), 0);
   EXPECT_EQ(machine.events("message").at(0).at("text"), "one\ntwo\x1b[2Jthree");
-}
-
-TEST(WatchTests, EndsWithoutADeviceOnlyWhenAskedTo) {
-  CommunicatorOptions absent;
-  absent.inRange = false;
-  VirtualMachine machine(absent);
-  EXPECT_EQ(machine.run({"--json", "watch", "--timeout", "10"}), 4);
-  EXPECT_EQ(machine.run({"--json", "watch", "--for", "600"}), 0);
 }
 
 }  // namespace

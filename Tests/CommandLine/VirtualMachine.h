@@ -26,11 +26,13 @@ class VirtualMachine final : public Machine {
   int run(const std::vector<std::string>& arguments) {
     out.clear();
     errors.clear();
-    return runProgram(arguments, *this, [this](auto, const Environment& environment) {
+    const int status = runProgram(arguments, *this, [this](auto, const Environment& environment) {
       link = SimLink::make(environment.dispatcher, device_);
       if (prepare) prepare(*link);
       return Result<std::shared_ptr<Link>>::success(wrap ? wrap(link) : link);
     });
+    time->runDue();  // what is still queued holds the message, and that the clock, which is `time`
+    return status;
   }
 
   /// The events of the last run with `--json`.

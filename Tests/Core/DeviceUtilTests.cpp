@@ -127,20 +127,6 @@ TEST(DeviceUtil, SendsStraightThroughOrNotAtAllWithoutTransmission) {
   EXPECT_EQ(world.stored("default.DeviceUtil.pendingParcels"), "absent");
 }
 
-TEST(DeviceUtil, KeepsAParcelThatIsSentBeforeThereIsASession) {
-  World world;
-  const auto waiting = world.link->send(World::message(1, "early"));
-  world.time->runDue();
-  ASSERT_TRUE(world.connect());
-  EXPECT_TRUE(waiting.isPending());
-  EXPECT_EQ(world.timesReceived(1), 0u);
-  world.link->disconnect();
-  world.time->advance(5s);
-  EXPECT_TRUE(world.connect());
-  const auto next = world.link->send(World::message(2, "late"));
-  EXPECT_TRUE(world.eventually([&] { return world.ended(2); })) << "the link works afterwards";
-}
-
 TEST(DeviceUtil, StartsTheNextTaskWhenAWriteFails) {
   const auto refused = CentralError::peripheralDisconnected;
   World world({.communicator = {.faults = FaultPlan().refuseWrite(1, refused)}});

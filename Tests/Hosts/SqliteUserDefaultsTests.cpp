@@ -106,15 +106,6 @@ TEST_F(SqliteUserDefaultsTest, WhatCannotBeOpenedSaysWhy) {
   EXPECT_FALSE(SqliteUserDefaults::open("").isSuccess());
 }
 
-TEST_F(SqliteUserDefaultsTest, DatabaseOfAnotherKindIsLeftAlone) {
-  open();
-  runSql("DROP TABLE entries; CREATE TABLE entries(id INTEGER)");
-  const auto opened = SqliteUserDefaults::open(path_);
-  ASSERT_FALSE(opened.isSuccess());
-  EXPECT_THAT(opened.error().text, HasSubstr("no such column"));
-  EXPECT_TRUE(fs::exists(path_));
-}
-
 TEST_F(SqliteUserDefaultsTest, FailuresAfterOpeningGoToTheHandler) {
   const auto store = open();
   store->setObject({true}, "key");

@@ -86,35 +86,5 @@ TEST_P(UserDefaultsContract, EveryKindComesBackAsItWas) {
   EXPECT_EQ(stored({map}), List{map});
 }
 
-TEST_P(UserDefaultsContract, NanAndNegativeZeroKeepTheirBits) {
-  const auto bitsSurvive = [this](auto number) {
-    const auto back = std::get<decltype(number)>(stored({number}).value);
-    return std::memcmp(&back, &number, sizeof number) == 0;
-  };
-  EXPECT_TRUE(bitsSurvive(-0.0));
-  EXPECT_TRUE(bitsSurvive(std::nan("1234")));
-  EXPECT_TRUE(bitsSurvive(-0.0f));
-  EXPECT_TRUE(bitsSurvive(std::nanf("1234")));
-  EXPECT_TRUE(bitsSurvive(Date::sinceReferenceDate(std::nan(""))));
-}
-
-TEST(MemoryUserDefaults, FaultLeavesTheOldEntryAndIsCounted) {
-  MemoryUserDefaults store;
-  store.setObject({true}, "kept");
-  const auto before = store.snapshot();
-  store.setFault([](std::string_view key) { return key == "kept"; });
-  store.setObject({false}, "kept");
-  store.removeObject("kept");
-  store.setObject({1.0}, "other");
-  EXPECT_EQ(store.object("kept"), PropertyList{true});
-  EXPECT_EQ(store.changes(), 2u);
-  EXPECT_EQ(store.failedChanges(), 2u);
-  store.restore(before);
-  EXPECT_FALSE(store.object("other"));
-  store.setFault({});
-  store.removeObject("kept");
-  EXPECT_TRUE(store.snapshot().empty());
-}
-
 }  // namespace
 }  // namespace tandrell

@@ -142,18 +142,6 @@ TEST_P(DispatchContract, SyncSeesEarlierBarriersAndStaysOnItsThread) {
   }
 }
 
-TEST_P(DispatchContract, SyncOntoAnotherQueueFromABlockRunsWhatStandsBeforeIt) {
-  const auto outer = queue(QueueKind::serial);
-  const auto inner = queue(QueueKind::serial);
-  outer->async([&] {
-    inner->async([&] { journal_.add(1); });
-    inner->sync([&] { journal_.add(2); });
-    journal_.add(3);
-  });
-  expectEntries(3);
-  EXPECT_THAT(journal_.entries(), ElementsAre(1, 2, 3));
-}
-
 TEST_P(DispatchContract, SyncFromABlockOfTheSameQueueStopsTheProcess) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto serial = queue(QueueKind::serial);
@@ -212,17 +200,6 @@ TEST_P(DispatchContract, CancelledBlockDoesNotBeginEvenWhenDue) {
   expectEntries(2);
   EXPECT_THAT(journal_.entries(), ElementsAre(1, 3));
   EXPECT_TRUE(victim->isCancelled());
-}
-
-TEST_P(DispatchContract, CancellingReleasesTheBlockAtOnce) {
-  const auto serial = queue(QueueKind::serial);
-  auto token = std::make_shared<int>();
-  const std::weak_ptr weak = token;
-  const auto item = serial->asyncAfter(1h, [token = std::move(token), serial] {});
-  EXPECT_FALSE(weak.expired());
-  item->cancel();
-  item->cancel();
-  EXPECT_TRUE(weak.expired());
 }
 
 TEST_P(DispatchContract, EndOfTheDispatcherDropsWhatHasNotBegun) {

@@ -135,28 +135,6 @@ TEST(VirtualTime, SeedDrawsTheOrderBetweenQueuesOnly) {
   EXPECT_NE(random.next(), different.next());
 }
 
-TEST(VirtualTime, WallClockMovesWithTimeAndByHand) {
-  const auto time = VirtualTime::make({.start = Date::since1970(1000)});
-  time->advance(1500ms);
-  EXPECT_EQ(time->date().timeIntervalSince1970(), 1001.5);
-  time->setWallClock(Date::since1970(10));
-  EXPECT_EQ(time->date(), Date::since1970(10));
-  time->advance(1s);
-  EXPECT_EQ(time->date(), Date::since1970(11));
-  EXPECT_EQ(time->now(), 2500ms);
-}
-
-TEST(VirtualTime, MayGoInOneOfItsOwnBlocks) {
-  auto time = VirtualTime::make();
-  const auto queue = makeQueue(*time);
-  bool ran = false;
-  queue->async([&] { time.reset(); });
-  queue->async([&] { ran = true; });
-  time->advance(1s);
-  EXPECT_FALSE(time);
-  EXPECT_FALSE(ran);
-}
-
 TEST(VirtualTimeDeathTest, NamesTheQueueOfWhatCouldNeverEnd) {
   const auto time = VirtualTime::make({.blocksWithoutProgress = 1'000});
   const auto queue = makeQueue(*time, "spinner");

@@ -41,24 +41,6 @@ TEST(DeviceFramer, CutsAStreamIntoFrames) {
   EXPECT_EQ(framer.feed(stream).size(), 3u);
 }
 
-TEST(SimulatedCommunicator, GreetsWithItsState) {
-  World world;
-  world.meet();
-  EXPECT_THAT(typesOf(world.phone->frames), ElementsAre(6, 5, 3, 8));
-  EXPECT_THAT(world.phone->notifications[2], ElementsAre(5, 0, 2, 0x08, 80));
-  EXPECT_THAT(world.phone->notifications[3], ElementsAre(3, 0, 2, 0x08, 4));
-  EXPECT_THAT(world.phone->notifications[4], ElementsAre(8, 0, 3, 0x08, 0xD8, 0x04));
-
-  world.device->setTracking(true);
-  world.device->log(LogCommandLevel::warn, "antenna");
-  world.time->advance(1s);
-  EXPECT_EQ(lastMessage<LogCommand>(*world.phone).message(), "antenna");
-  const auto info = lastMessage<InfoCommand>(*world.phone, 1);
-  EXPECT_TRUE(info.trackingon());
-  EXPECT_EQ(info.imei(), "300000000000001");
-  EXPECT_EQ(info.firmwareversion(), "1.4.2");
-}
-
 TEST(SimulatedCommunicator, TransmitsParcelsOneAtATimeAndReportsEach) {
   World world({.reportsOnSubscription = false});
   world.meet();
@@ -70,17 +52,6 @@ TEST(SimulatedCommunicator, TransmitsParcelsOneAtATimeAndReportsEach) {
               ElementsAre("2090 7 connecting", "4090 7 sending", "5090 7 delivered",
                           "6060 8 connecting", "8060 8 sending", "9060 8 delivered"));
   EXPECT_THAT(world.phone->notifications.back(), ElementsAre(0, 0, 6, 0x0A, 0, 0x10, 8, 0x18, 3));
-}
-
-TEST(SimulatedCommunicator, ReportsWithoutPayloadWhereToldTo) {
-  World world({.echoesPackage = false});
-  world.meet();
-  world.phone->send(parcelWith(7, "gone", PackageType::sosMessage));
-  world.time->advance(1min);
-  const auto report = lastMessage<Parcel>(*world.phone);
-  EXPECT_EQ(report.status(), ParcelStatus::delivered);
-  EXPECT_EQ(report.package().type(), PackageType::sosMessage);
-  EXPECT_EQ(report.package().data(), "");
 }
 
 TEST(SimulatedCommunicator, GivesUpOrFallsSilentWithoutSatellite) {
@@ -122,20 +93,6 @@ TEST(SimulatedCommunicator, SleepsOnTheLinkAndTransmitsOnWaking) {
   EXPECT_EQ(world.phone->reports().back(), "3605015 1 delivered");
 }
 
-TEST(SimulatedCommunicator, KeepsAndConfirmsSettings) {
-  World world;
-  world.meet();
-  world.phone->send(Data{8, 0, 2, 0x08, 60});
-  world.time->advance(1s);
-  EXPECT_EQ(lastMessage<SettingsCommand>(*world.phone).trackinginterval(), 60u);
-  world.phone->frames.clear();
-  world.device->dropLink();
-  world.time->advance(1s);
-  EXPECT_THAT(typesOf(world.phone->frames), ElementsAre(6, 5, 3, 8));
-  EXPECT_EQ(lastMessage<SettingsCommand>(*world.phone).trackinginterval(), 60u);
-  EXPECT_EQ(world.device->records().settings.size(), 1u);
-}
-
 TEST(SimulatedCommunicator, AnswersForecastRequestsAndMessages) {
   World world({.reply = "on my way"});
   world.meet();
@@ -156,57 +113,6 @@ TEST(SimulatedCommunicator, AnswersForecastRequestsAndMessages) {
   EXPECT_EQ(answer.status(), ParcelStatus::none);
   EXPECT_EQ(forecast.daily_size(), 3);
   EXPECT_EQ(forecast.hourly_size(), 6);
-}
-
-TEST(SimulatedCommunicator, HoldsParcelsForAPhoneThatIsAway) {
-  World world;
-  world.meet();
-  world.phone->send(parcelWith(1, ""));
-  world.time->advance(2s);
-  world.device->setInRange(false);
-  world.device->sendMessage(MessageDto{});
-  world.device->log(LogCommandLevel::info, "nobody reads this");
-  world.time->advance(10s);
-  world.device->setInRange(true);
-  world.time->advance(1s);
-  EXPECT_THAT(world.phone->reports(), ElementsAre("2030 1 connecting", "13540 3000000000 none",
-                                                  "13555 1 sending", "13570 1 delivered"));
-  EXPECT_THAT(typesOf(world.phone->frames), ElementsAre(6, 5, 3, 8, 0, 6, 5, 3, 8, 0, 0, 0));
-}
-
-TEST(SimulatedCommunicator, KeepsParcelsOverARebootOnlyWhereToldTo) {
-  for (const bool keeps : {false, true}) {
-    World world({.keepsParcelsOverReboot = keeps});
-    world.meet();
-    world.device->sleepFor(600s);
-    world.phone->send(parcelWith(1, ""));
-    world.time->advance(1s);
-    world.device->dropLink();
-    world.device->sendMessage(MessageDto{});
-    world.device->reboot();
-    world.time->advance(4s);
-    EXPECT_FALSE(world.device->isReachable());
-    world.time->advance(56s);
-    EXPECT_EQ(world.device->records().connections, 2u);
-    EXPECT_EQ(world.phone->reports().size(), keeps ? 4u : 0u);
-  }
-}
-
-TEST(SimulatedCommunicator, RecordsWhatItCannotUnderstand) {
-  World world;
-  world.meet();
-  world.phone->send(Data{3, 0, 2, 0x08, 1, 0, 0, 1, 0xFF, 8, 0, 1, 0xFF, 0, 0, 9});
-  world.time->advance(1s);
-  world.device->dropLink();
-  world.time->advance(1s);
-  std::vector<std::string> reasons;
-  for (const auto& frame : world.device->records().malformed) reasons.push_back(frame.reason);
-  EXPECT_THAT(reasons,
-              ElementsAre("takes no command of type 3", "not a parcel", "not settings", "cut off"));
-  EXPECT_EQ(world.device->records().malformed.back().bytes, Data({0, 0, 9}));
-  world.device->sendRaw({'b', 0});
-  world.time->advance(1s);
-  EXPECT_THAT(world.phone->notifications.back(), ElementsAre('b', 0));
 }
 
 }  // namespace

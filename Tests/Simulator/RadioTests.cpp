@@ -34,38 +34,6 @@ TEST(SimulatedRadio, LeadsFromPowerOnToGreetingAndThenStandsStill) {
   EXPECT_EQ(world.time->nextDue(), std::nullopt);
 }
 
-TEST(SimulatedRadio, ReportsMatchingDevicesOnceInAScan) {
-  World world({.advertising = false}, {}, {}, false);
-  world.time->advance(100ms);
-  auto& manager = *world.phone->manager;
-  const auto scan = [&](const Uuid& service) {
-    manager.scanForPeripherals(std::vector{service});
-    world.time->advance(1s);
-    return std::exchange(world.phone->discovered, {}).size();
-  };
-  EXPECT_EQ(scan(SimulatedCommunicator::serviceUuid()), 0u);
-  EXPECT_TRUE(manager.isScanning());
-  EXPECT_EQ(world.time->nextDue(), std::nullopt);
-  world.device->setAdvertising(true);
-  world.device->setAdvertising(true);
-  world.time->advance(1s);
-  EXPECT_EQ(std::exchange(world.phone->discovered, {}).size(), 1u);
-  EXPECT_EQ(scan(Uuid("FE59")), 0u);
-  EXPECT_EQ(scan(SimulatedCommunicator::serviceUuid()), 1u);
-
-  manager.scanForPeripherals({});
-  manager.stopScan();
-  world.time->advance(1s);
-  EXPECT_FALSE(manager.isScanning());
-  manager.scanForPeripherals({});
-  world.radio->setState(CentralManagerState::poweredOff);
-  world.radio->setState(CentralManagerState::poweredOn);
-  world.device->setAdvertising(true);
-  world.time->advance(1s);
-  EXPECT_FALSE(manager.isScanning());
-  EXPECT_THAT(world.phone->discovered, IsEmpty());
-}
-
 TEST(SimulatedRadio, AttemptWaitsForTheDeviceUntilItIsCancelled) {
   World world;
   world.time->advance(250ms);  // discovered, connecting
@@ -164,32 +132,6 @@ TEST(SimulatedRadio, RestoresConnectionsUnderTheirIdentifier) {
   world.time->advance(1s);
   EXPECT_THAT(world.phone->takeTrace(), IsEmpty());
   EXPECT_EQ(world.device->records().connections, 1u);
-}
-
-TEST(SimulatedRadio, ClosesConnectionsThatNobodyCanRestore) {
-  World world;
-  world.meet();
-  world.phone->manager.reset();
-  world.time->advance(1s);
-  EXPECT_TRUE(world.device->isReachable());
-  world.phone = Phone::make(world.time, world.radio);
-  world.meet();
-  EXPECT_EQ(world.device->records().connections, 2u);
-  world.phone->manager->setDelegate({});
-  world.device->dropLink();
-  world.time->advance(1s);
-  EXPECT_THAT(world.phone->takeTrace(), IsEmpty());
-}
-
-TEST(SimulatedRadioDeathTest, RefusesASecondWriteInFlight) {
-  World world;
-  world.meet();
-  world.phone->send(Data(20, 1));
-  const auto again = [&] {
-    world.phone->write({1}, WriteType::withResponse);
-    world.time->advance(1s);
-  };
-  EXPECT_DEATH(again(), "a write is in flight on this characteristic already");
 }
 
 }  // namespace

@@ -126,31 +126,10 @@ TEST_F(CommandParserTest, DropsWhatItCannotReadAndGoesOn) {
                                                  "type=battery; error="));
 }
 
-TEST_F(CommandParserTest, ResetDropsThePartialFrame) {
-  for (std::size_t cut = 1; cut < parcel7.size(); ++cut) {
-    parser.parseData(DataView(parcel7).first(cut));
-    parser.reset();
-    EXPECT_THAT(parse(battery80), ElementsAre("BatteryCommand percentage: 80")) << cut;
-  }
-}
-
 TEST_F(CommandParserTest, TakesAnyNumberOfFramesInOneNotification) {
   Data stream;
   for (int i = 0; i < 10'000; ++i) stream.insert(stream.end(), parcel7.begin(), parcel7.end());
   EXPECT_EQ(parse(stream).size(), 10'000u);
-}
-
-TEST_F(CommandParserTest, FindsAFrameAfterAnyGarbageAndAReset) {
-  SeededRandom random(11);
-  for (int round = 0; round < 2'000; ++round) {
-    Data garbage(random.next() % 600);
-    for (auto& byte : garbage) byte = static_cast<std::uint8_t>(random.next() % 120);
-    garbage.push_back(0);  // not a letter, so no byte is left to be ignored
-    parser.parseData(garbage);
-    parser.reset();
-    found->items.clear();
-    ASSERT_THAT(parse(parcel7), ElementsAre("Parcel id: 7")) << "round " << round;
-  }
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include <Simulator/MemoryUserDefaults.h>
+#include <TandrellCore/Platform/Uuid.h>
 #include <TandrellCore/Proto/Names.h>
+#include <TandrellCore/Utility/ClassUtil.h>
 #include <TandrellCore/Utility/DefaultStore.h>
 #include <Tests/Support/LogCapture.h>
 
@@ -147,6 +149,9 @@ TEST_F(DefaultStoreTest, TheBaseMapperIsAbstract) {
   DefaultStore<bool> handle("A", std::make_shared<DefaultMapper<bool>>(), store);
   EXPECT_DEATH(handle.setValue(true), "Fatal error: putValue is unimplemented");
   EXPECT_DEATH(static_cast<void>(handle.value()), "Fatal error: getValue is unimplemented");
+  const DefaultMapper<bool>& mapper = EligibleDefaultMapper<bool>();
+  EXPECT_EQ(ClassUtil::currentMethod(mapper, "start"), "EligibleDefaultMapper<bool>.start");
+  EXPECT_EQ(ClassUtil::className<Uuid>(), "Uuid");
 }
 
 }  // namespace

@@ -67,13 +67,6 @@ TEST(Logger, PassesEverythingOnUnchanged) {
   EXPECT_EQ(lines[6].line, 13);
 }
 
-TEST(Logger, LevelsHaveTheirRawValues) {
-  EXPECT_FALSE(logFacadeLevel(-1));
-  EXPECT_EQ(logFacadeLevel(0), LogFacadeLevel::verbose);
-  EXPECT_EQ(logFacadeLevel(5), LogFacadeLevel::severe);
-  EXPECT_FALSE(logFacadeLevel(6));
-}
-
 TEST(ItemSafe, WritesInOrderAndReadsWhatWasWrittenBefore) {
   const auto time = VirtualTime::make();
   ItemSafe<std::vector<int>> box(*time, {0});

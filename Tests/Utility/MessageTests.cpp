@@ -90,24 +90,6 @@ TEST(Frame, IsTypeLengthAndPayload) {
   EXPECT_DEATH(prepareForWrite(parcel), "Fatal error: prepareForWrite: payload too long");
 }
 
-TEST(DataTools, ChunkTakesConsecutiveSlices) {
-  const auto sizes = [](std::size_t count) {
-    Data data(count);
-    for (std::size_t i = 0; i < count; ++i) data[i] = static_cast<std::uint8_t>(i);
-    std::vector<std::size_t> found;
-    Data joined;
-    for (const auto slice : chunk(data, 20)) {
-      found.push_back(slice.size());
-      joined.insert(joined.end(), slice.begin(), slice.end());
-    }
-    EXPECT_EQ(joined, data);
-    return found;
-  };
-  EXPECT_THAT(sizes(45), testing::ElementsAre(20, 20, 5));
-  EXPECT_THAT(sizes(40), testing::ElementsAre(20, 20));
-  EXPECT_THAT(sizes(0), testing::ElementsAre(0));
-}
-
 TEST(DataTools, TextForms) {
   EXPECT_EQ(debugString(Data{0x41, 0x0A, 0x7F}), "A[10][127]");
   EXPECT_EQ(debugString(Data{31, 32, 126, 255}), "[31] ~[255]");

@@ -83,13 +83,5 @@ TEST_F(TaskQueueTest, ClearRejectsEverythingAndLeavesTheQueueReady) {
   EXPECT_EQ(started.back(), 4);
 }
 
-TEST_F(TaskQueueTest, SettlesWhatWasQueuedWhenItGoes) {
-  const auto first = queue(1);
-  tasks.reset();
-  running[0].fulfill(1);
-  machine.time->runDue();
-  EXPECT_EQ(first.result()->value(), 1);
-}
-
 }  // namespace
 }  // namespace tandrell::test
