@@ -26,6 +26,8 @@ void DeviceRun::start() {
 }
 
 void DeviceRun::observeConnection() {
+  const auto state = nameOf(device_->connectionState().value());
+  tell("connection", {{"value", state}}, fmt::format("connection: {}", state));
   tellChanges(device_->connectionState(), "connection", [](auto state) { return nameOf(state); });
   observe(device_->connectionState(),
           [this](const Moment&, DeviceConnectionState state) { didChange(state); });

@@ -34,8 +34,9 @@ class DeviceUtil {
   virtual ObservableValue<DeviceTrackingState>& initialTrackingState() = 0;
   virtual ObservableValue<DeviceConnectionState>& connectionState() = 0;
   /// Every parcel that arrives or whose delivery status changes, the link's own error reports
-  /// included (see `errorWaitingParcels`; a parcel of which the device says nothing for more than
-  /// 90 seconds is reported in error too).
+  /// included (see `errorWaitingParcels`). A parcel of which the device has said nothing for more
+  /// than 90 seconds is reported in error by the time-out run, 30 seconds after a connection that
+  /// found pending parcels; there is one run for each connection.
   virtual Observable<::Parcel>& parcel() = 0;
   virtual ObservableValue<DeviceActivityState>& activityState() = 0;
   /// The settings that the device last reported.

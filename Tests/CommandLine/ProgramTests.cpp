@@ -27,12 +27,12 @@ std::vector<std::string> with(std::vector<std::string> arguments,
 TEST(SendTests, TellsEveryStepOfAMessageUntilItIsDelivered) {
   VirtualMachine machine;
   EXPECT_EQ(machine.run(sending), 0);
-  EXPECT_THAT(
-      machine.story(),
-      ElementsAre("sending", "connection scanning", "connection connected", "activity listening",
-                  "activity sending", "chunk", "chunk", "chunk", "chunk", "written",
-                  "status connecting", "status sending", "activity listening", "status delivered",
-                  "connection disconnected", "received", "done"));
+  EXPECT_THAT(machine.story(),
+              ElementsAre("connection disconnected", "sending", "connection scanning",
+                          "connection connected", "activity listening", "activity sending", "chunk",
+                          "chunk", "chunk", "chunk", "written", "status connecting",
+                          "status sending", "activity listening", "status delivered",
+                          "connection disconnected", "received", "done"));
   // A chunk goes there and its acknowledgement back in 30 ms; 300 ms later comes the next.
   const auto chunks = machine.events("chunk");
   EXPECT_FALSE(chunks.at(0).contains("msSincePrevious"));
@@ -234,8 +234,8 @@ TEST(WatchTests, LooksForALostDeviceAgain) {
   EXPECT_EQ(machine.run({"--json", "watch", "--for", "62"}), 0);
   std::vector<std::string> connection;
   for (const auto& event : machine.events("connection")) connection.push_back(event.at("value"));
-  EXPECT_THAT(connection, ElementsAre("scanning", "connected", "scanning", "disconnected",
-                                      "scanning", "connected", "disconnected"));
+  EXPECT_THAT(connection, ElementsAre("disconnected", "scanning", "connected", "scanning",
+                                      "disconnected", "scanning", "connected", "disconnected"));
 }
 
 TEST(WatchTests, AMessageNeitherBreaksItsLineNorCommandsTheTerminal) {
