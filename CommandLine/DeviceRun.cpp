@@ -26,8 +26,8 @@ void DeviceRun::start() {
 }
 
 void DeviceRun::observeConnection() {
-  const auto state = nameOf(device_->connectionState().value());
-  tell("connection", {{"value", state}}, fmt::format("connection: {}", state));
+  const auto initial = nameOf(device_->connectionState().value());
+  tell("connection", {{"value", initial}}, fmt::format("connection: {}", initial));
   tellChanges(device_->connectionState(), "connection", [](auto state) { return nameOf(state); });
   observe(device_->connectionState(),
           [this](const Moment&, DeviceConnectionState state) { didChange(state); });

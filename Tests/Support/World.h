@@ -38,6 +38,9 @@ class World {
     startApplication();
   }
 
+  /// A block that never ran would keep what it holds, the clock included.
+  ~World() { time->runDue(); }
+
   /// Begins a life of the application's process; the store and the radio remain from the last one.
   void startApplication() {
     ble = BleUtility::make(environment, "World");
