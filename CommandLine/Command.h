@@ -33,10 +33,11 @@ inline Duration durationOf(double seconds) {
   return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
 }
 
-/// What a command is given to run. The references outlive the run.
+/// What a command is given to run. The references and the link outlive the run.
 struct Context {
-  Environment environment;
-  Link& link;
+  Machine& machine;
+  Environment environment;  ///< without store and radio for a command that uses no device
+  Link* link;               ///< null for such a command
   Output& output;
   std::optional<Duration> timeout;  ///< as the user asked; absent: the command's own
   std::function<void(ExitStatus)> finished;
@@ -69,6 +70,9 @@ class Command {
   /// Looks at the arguments before anything is opened or sent. Returns what is wrong with them, in
   /// one line, and then the program ends with `ExitStatus::usage`.
   virtual std::optional<std::string> check(const Environment&) { return std::nullopt; }
+
+  /// Whether it needs the store and a link to the device; without, neither is opened.
+  virtual bool usesDevice() const { return true; }
 
   virtual std::shared_ptr<Run> makeRun(Context context) = 0;
 };

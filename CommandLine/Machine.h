@@ -33,6 +33,9 @@ class Machine {
   /// Calls the handler on the main queue at the first interruption (Ctrl-C).
   virtual void onInterrupt(Work handler) = 0;
 
+  /// The whole file, or the standard input stream until its end where the path is "-".
+  virtual Result<std::string> readFile(const std::string& path) = 0;
+
   virtual void writeOut(std::string_view text) = 0;
   virtual void writeError(std::string_view text) = 0;
   /// Whether a person reads the standard output as it appears.

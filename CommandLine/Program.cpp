@@ -92,11 +92,18 @@ class Program {
 
   ExitStatus runCommand(Command& command) {
     Output output(machine_, json_);
-    auto environment = machine_.environment();
+    const auto environment = machine_.environment();
     if (const auto problem = command.check(environment)) {
       return refuse(output, environment, ExitStatus::usage, "usage", *problem);
     }
     machine_.startLog(logLevel_);
+    if (!command.usesDevice()) {
+      return execute(command, {machine_, environment, nullptr, output, timeout(), {}});
+    }
+    return runWithDevice(command, environment, output);
+  }
+
+  ExitStatus runWithDevice(Command& command, Environment environment, Output& output) {
     if (!user_.empty()) AppDefaultModule::setUserIdProvider([user = user_] { return user; });
 
     const auto store = machine_.openStore(dataDirectory_);
@@ -109,7 +116,7 @@ class Program {
       return refuse(output, environment, ExitStatus::failed, "failed", link.error().text);
     }
     environment.centralManagers = link.value()->centralManagers();
-    return execute(command, {environment, *link.value(), output, timeout(), {}});
+    return execute(command, {machine_, environment, link.value().get(), output, timeout(), {}});
   }
 
   static ExitStatus refuse(Output& output, const Environment& environment, ExitStatus status,

@@ -152,7 +152,7 @@ void SendRun::didReportEarlier(const Moment& at, const ::Parcel& parcel) {
 }
 
 void SendRun::willEnd(ExitStatus& status, std::string& outcome) {
-  const auto received = context().link.received();
+  const auto received = context().link->received();
   if (!written_ || !received) return;
   const bool match = tookInAsSent(*received);
   tell("received", {{"chunks", received->chunks.size()}, {"match", match}},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CommandLine/Machine.h>
+#include <Hosts/System/Files.h>
 #include <Hosts/System/Interrupt.h>
 #include <Hosts/System/SystemEnvironment.h>
 
@@ -20,6 +21,7 @@ class SystemMachine final : public Machine {
   void run() override { dispatcher_->runMainQueue(); }
   void stop() override { dispatcher_->stopMainQueue(); }
   void onInterrupt(Work handler) override;
+  Result<std::string> readFile(const std::string& path) override { return readWholeFile(path); }
   void writeOut(std::string_view text) override;
   void writeError(std::string_view text) override;
   bool isTerminal() const override;

@@ -45,7 +45,7 @@ class WatchRun final : public DeviceRun {
   }
 
   void didConnect() override {
-    if (!std::exchange(found_, true)) context().link.enliven();
+    if (!std::exchange(found_, true)) context().link->enliven();
   }
 
   void didLoseDevice() override { connect(); }

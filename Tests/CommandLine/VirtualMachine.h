@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -78,6 +79,12 @@ class VirtualMachine final : public Machine {
   }
   void stop() override { stopped_ = true; }
   void onInterrupt(Work handler) override { interrupt = std::move(handler); }
+  Result<std::string> readFile(const std::string& path) override {
+    if (const auto file = files.find(path); file != files.end()) {
+      return Result<std::string>::success(file->second);
+    }
+    return Result<std::string>::error({"FileError", 0, "cannot read " + path + ": no such file"});
+  }
   void writeOut(std::string_view text) override { out += text; }
   void writeError(std::string_view text) override { errors += text; }
   bool isTerminal() const override { return terminal; }
@@ -89,6 +96,7 @@ class VirtualMachine final : public Machine {
   std::function<void(SimLink&)> prepare;  ///< called before the command starts
   std::function<std::shared_ptr<Link>(std::shared_ptr<Link>)> wrap;
   std::optional<Error> storeError;
+  std::map<std::string, std::string> files;
   int storesOpened = 0;
   Work interrupt;
   bool terminal = false;
