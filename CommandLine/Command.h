@@ -25,14 +25,6 @@ enum class ExitStatus {
   interrupted = 130
 };
 
-/// What an option in seconds may be: up to a year.
-inline constexpr double minimumSeconds = 0.001;
-inline constexpr double maximumSeconds = 31'536'000;
-
-inline Duration durationOf(double seconds) {
-  return std::chrono::duration_cast<Duration>(std::chrono::duration<double>(seconds));
-}
-
 /// What a command is given to run. The references and the link outlive the run.
 struct Context {
   Machine& machine;

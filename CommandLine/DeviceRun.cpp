@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace tandrell {
@@ -56,6 +57,14 @@ void DeviceRun::connect() {
           self->finish(ExitStatus::failed, "failed", "cannot connect: " + error.description());
         }
       });
+}
+
+void DeviceRun::startTimers(Duration defaultTimeout) {
+  const auto timeout = context_.timeout.value_or(defaultTimeout);
+  after(std::min<Duration>(timeout, searchLimit), [this] {
+    if (!connected_) finish(ExitStatus::noDevice, "noDevice", "no device was found in time");
+  });
+  after(timeout, [this] { didTimeOut(); });
 }
 
 void DeviceRun::finish(ExitStatus status, std::string outcome, std::string text) {

@@ -19,6 +19,9 @@ namespace tandrell {
 /// there with the moment at which they saw it. What happens once the run is over is not told.
 class DeviceRun : public Run, public std::enable_shared_from_this<DeviceRun> {
  public:
+  /// Within it the device must be found, unless the timeout ends sooner.
+  static constexpr std::chrono::seconds searchLimit{30};
+
   void start() final;
   void interrupt() final { finish(ExitStatus::interrupted, "interrupted"); }
 
@@ -32,12 +35,18 @@ class DeviceRun : public Run, public std::enable_shared_from_this<DeviceRun> {
   virtual void didConnect() = 0;
   /// The connection has ended, and not by this side: the link waited in vain for its return.
   virtual void didLoseDevice() = 0;
+  /// The time of `startTimers` is up.
+  virtual void didTimeOut() { finish(ExitStatus::timedOut, "timedOut"); }
   /// The run has parted from the device: the last chance to tell something, and to change the
   /// status.
   virtual void willEnd(ExitStatus&, std::string& /*outcome*/) {}
 
   /// Looks for the device. Calls `didConnect()`, or ends the run where the radio fails.
   void connect();
+
+  /// Ends the run where no device is found within `searchLimit`, and calls `didTimeOut()` when the
+  /// user's timeout is up, or this one where the user sets none.
+  void startTimers(Duration defaultTimeout);
 
   /// Ends the run, after disconnecting; only the first call counts. The outcome is one word, for
   /// programs; the text, where there is one, says more to people.

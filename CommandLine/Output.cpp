@@ -5,6 +5,16 @@
 #include <algorithm>
 
 namespace tandrell {
+namespace {
+
+/// A message from outside must neither break the line nor command the terminal.
+std::string printable(std::string line) {
+  std::replace_if(
+      line.begin(), line.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, ' ');
+  return line;
+}
+
+}  // namespace
 
 Output::Output(Machine& machine, bool json)
     : machine_(machine),
@@ -16,6 +26,14 @@ void Output::event(const Moment& at, std::string_view type, const Fields& fields
                    std::string_view text) {
   clearProgress();
   print(at, type, fields, lineFor(at, text) + "\n");
+}
+
+void Output::block(const Moment& at, std::string_view type, const Fields& fields,
+                   const std::vector<std::string>& lines) {
+  clearProgress();
+  std::string text;
+  for (const auto& line : lines) text += printable(line) + "\n";
+  print(at, type, fields, std::move(text));
 }
 
 void Output::progress(const Moment& at, std::string_view type, const Fields& fields,
@@ -66,11 +84,7 @@ void Output::print(const Moment& at, std::string_view type, const Fields& fields
 }
 
 std::string Output::lineFor(const Moment& at, std::string_view text) const {
-  auto line = fmt::format("{:8.3f} s  {}", toSeconds(at.time - start_), text);
-  // A message from outside must neither break the line nor command the terminal.
-  std::replace_if(
-      line.begin(), line.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, ' ');
-  return line;
+  return printable(fmt::format("{:8.3f} s  {}", toSeconds(at.time - start_), text));
 }
 
 void Output::clearProgress() {

@@ -6,6 +6,7 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace tandrell {
 
@@ -32,6 +33,10 @@ class Output {
 
   /// `fields` is an object, `text` the same for people.
   void event(const Moment& at, std::string_view type, const Fields& fields, std::string_view text);
+
+  /// An event with a text of several lines, each printed as it is, without the time.
+  void block(const Moment& at, std::string_view type, const Fields& fields,
+             const std::vector<std::string>& lines);
 
   /// An event of which only the last matters: on a terminal its line is redrawn.
   void progress(const Moment& at, std::string_view type, const Fields& fields,

@@ -1,6 +1,12 @@
+#include <CommandLine/Arguments.h>
 #include <CommandLine/Command.h>
+#include <CommandLine/DeviceSettingsCommand.h>
+#include <CommandLine/ForecastCommand.h>
 #include <CommandLine/Program.h>
 #include <CommandLine/SendCommand.h>
+#include <CommandLine/SosCommand.h>
+#include <CommandLine/StatusCommand.h>
+#include <CommandLine/TrackCommand.h>
 #include <CommandLine/WatchCommand.h>
 #include <TandrellCore/Utility/DefaultStore.h>
 
@@ -20,6 +26,11 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
   std::vector<std::unique_ptr<Command>> commands;
   commands.push_back(std::make_unique<SendCommand>());
   commands.push_back(std::make_unique<WatchCommand>());
+  commands.push_back(std::make_unique<StatusCommand>());
+  commands.push_back(std::make_unique<SosCommand>());
+  commands.push_back(std::make_unique<TrackCommand>());
+  commands.push_back(std::make_unique<ForecastCommand>());
+  commands.push_back(std::make_unique<DeviceSettingsCommand>());
   return commands;
 }
 
@@ -57,9 +68,7 @@ class Program {
         ->check(CLI::IsMember(linkNames()))
         ->capture_default_str();
     app_.add_flag("--json", json_, "Print one JSON object per line");
-    app_.add_option("--timeout", timeout_, "Give up after this many seconds")
-        ->type_name("S")
-        ->check(CLI::Range(minimumSeconds, maximumSeconds).description(""));
+    addSeconds(app_, "--timeout", timeout_, "Give up after this many seconds");
     app_.add_option("--log-level", logLevel_, "The least severe of the log lines to show")
         ->check(CLI::IsMember(logLevels()))
         ->capture_default_str();

@@ -1,5 +1,5 @@
+#include <CommandLine/DeliveryRun.h>
 #include <CommandLine/SendCommand.h>
-#include <CommandLine/SendRun.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -17,6 +17,21 @@ bool isUtf8(const std::string& text) {
   }
   return true;
 }
+
+/// Waits for the next message after the delivery.
+class ReplyRun final : public DeliveryRun {
+ public:
+  using DeliveryRun::DeliveryRun;
+
+ private:
+  void didDeliver() override {}
+  std::string missing() const override { return "no reply arrived"; }
+  void didReceiveInbound(const Moment& at, const ::Parcel& parcel) override {
+    DeliveryRun::didReceiveInbound(at, parcel);
+    const bool message = parcel.package().type() == PackageType::message;
+    if (message && isDelivered()) finish(ExitStatus::done, "delivered");
+  }
+};
 
 }  // namespace
 
@@ -52,7 +67,10 @@ std::optional<std::string> SendCommand::checkText() const {
 }
 
 std::shared_ptr<Run> SendCommand::makeRun(Context context) {
-  return std::make_shared<SendRun>(std::move(context), payload_, awaitReply_);
+  const auto& recipient = phone_ ? phone_->value() : email_->value();
+  Delivery delivery{payload_, "message", {{"to", recipient}}, " to " + recipient};
+  if (!awaitReply_) return makeDeliveryRun(std::move(context), std::move(delivery));
+  return std::make_shared<ReplyRun>(std::move(context), std::move(delivery));
 }
 
 }  // namespace tandrell

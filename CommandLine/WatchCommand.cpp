@@ -1,3 +1,5 @@
+#include <CommandLine/Arguments.h>
+#include <CommandLine/DeviceFields.h>
 #include <CommandLine/DeviceRun.h>
 #include <CommandLine/WatchCommand.h>
 #include <TandrellCore/Utility/Extensions/Message+Tools.h>
@@ -7,21 +9,6 @@
 
 namespace tandrell {
 namespace {
-
-Output::Fields versionField(const std::optional<Version>& version) {
-  if (!version) return nullptr;
-  return fmt::format("{}.{}.{}", version->major(), version->minor(), version->patch());
-}
-
-Output::Fields settingsField(const std::optional<::SettingsCommand>& settings) {
-  if (!settings) return nullptr;
-  return {{"trackingInterval", settings->trackinginterval()}};
-}
-
-Output::Fields dateField(const std::optional<Date>& date) {
-  if (!date) return nullptr;
-  return date->timeIntervalSince1970();
-}
 
 /// Watches until it is interrupted or the time is up, and looks for a lost device again.
 class WatchRun final : public DeviceRun {
@@ -81,9 +68,7 @@ class WatchRun final : public DeviceRun {
 }  // namespace
 
 void WatchCommand::declare(CLI::App& app) {
-  app.add_option("--for", seconds_, "End after this many seconds")
-      ->type_name("S")
-      ->check(CLI::Range(minimumSeconds, maximumSeconds).description(""));
+  addSeconds(app, "--for", seconds_, "End after this many seconds");
 }
 
 std::shared_ptr<Run> WatchCommand::makeRun(Context context) {

@@ -185,6 +185,15 @@ TEST(ArgumentTests, AreRefusedInOneLineBeforeAnythingIsOpened) {
       {{"send", "--to", "+442079460018", std::string(317, 'x')}, "341 bytes, and the limit is 340"},
       {{"send", "--timeout", "0", "--to", "+442079460018", "hello"}, "--timeout"},
       {{"watch", "--for", "soon"}, "--for"},
+      {{"--timeout", "nan", "watch"}, "--timeout"},
+      {{"sos", "jump"}, "action: jump"},
+      {{"track"}, "required"},
+      {{"track", "add", "nobody"}, "viewer \"nobody\" is neither"},
+      {{"track", "fix", "46", "nan"}, "longitude nan"},
+      {{"sos", "raise", "--at", "-90.1", "0"}, "latitude -90.1"},
+      {{"forecast", "46"}, "2 required"},
+      {{"forecast", "0", "0"}, "cannot be sent"},
+      {{"settings", "set"}, "--tracking-interval"},
       {{"--link", "string", "watch"}, "--link"},
       {{"--log-level", "loud", "watch"}, "--log-level"},
   };
@@ -204,7 +213,8 @@ TEST(ArgumentTests, HelpOfEveryCommandHasAnExample) {
   VirtualMachine machine;
   EXPECT_EQ(machine.run({"--help"}), 0);
   EXPECT_THAT(machine.out, HasSubstr("watch"));
-  for (const std::string command : {"send", "watch"}) {
+  for (const std::string command :
+       {"send", "watch", "status", "sos", "track", "forecast", "settings"}) {
     EXPECT_EQ(machine.run({command, "--help"}), 0);
     EXPECT_THAT(machine.out, HasSubstr("Example:\n  tandrell " + command));
   }

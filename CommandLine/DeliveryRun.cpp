@@ -1,4 +1,4 @@
-#include <CommandLine/SendRun.h>
+#include <CommandLine/DeliveryRun.h>
 #include <TandrellCore/Utility/Extensions/Command+Tools.h>
 #include <TandrellCore/Utility/Extensions/Data+Tools.h>
 #include <TandrellCore/Utility/Extensions/Message+Tools.h>
@@ -18,35 +18,33 @@ constexpr std::size_t chunkCount(std::size_t bytes) { return (bytes + chunkSize 
 
 }  // namespace
 
-SendRun::SendRun(Context context, std::shared_ptr<const MessagePayload> payload, bool awaitReply)
+DeliveryRun::DeliveryRun(Context context, Delivery delivery)
     : DeviceRun(std::move(context)),
-      payload_(std::move(payload)),
-      awaitReply_(awaitReply),
-      frame_(prepareForWrite(payload_->toParcel())) {}
+      delivery_(std::move(delivery)),
+      frame_(prepareForWrite(delivery_.payload->toParcel())) {}
 
-void SendRun::begin() {
-  tellMessage();
+void DeliveryRun::begin() {
+  tellPayload();
   observeDevice();
   deviceUtil().errorWaitingParcels();
-  startTimers();
+  startTimers(defaultTimeout);
   connect();
 }
 
-void SendRun::tellMessage() {
-  const auto& recipient =
-      payload_->phone() ? payload_->phone()->value() : payload_->email()->value();
-  const auto bytes = payload_->serializedData().size();
-  tell("sending",
-       {{"parcelId", payload_->parcelId()},
-        {"to", recipient},
-        {"messageBytes", bytes},
-        {"frameBytes", frame_.size()},
-        {"chunks", chunkCount(frame_.size())}},
-       fmt::format("message to {}: {} bytes, a frame of {} bytes in {} chunks", recipient, bytes,
-                   frame_.size(), chunkCount(frame_.size())));
+void DeliveryRun::tellPayload() {
+  const auto bytes = delivery_.payload->serializedData().size();
+  Fields fields = {{"parcelId", delivery_.payload->parcelId()},
+                   {"packageType", nameOf(delivery_.payload->packageType())}};
+  fields.update(delivery_.fields);
+  fields.update({{"payloadBytes", bytes},
+                 {"frameBytes", frame_.size()},
+                 {"chunks", chunkCount(frame_.size())}});
+  tell("sending", fields,
+       fmt::format("{}{}: {} bytes, a frame of {} bytes in {} chunks", delivery_.noun,
+                   delivery_.details, bytes, frame_.size(), chunkCount(frame_.size())));
 }
 
-void SendRun::observeDevice() {
+void DeliveryRun::observeDevice() {
   observe(ble().writeProgress(), [this](const Moment& at, const BleWriteProgress& progress) {
     didProgress(at, progress);
   });
@@ -54,25 +52,18 @@ void SendRun::observeDevice() {
           [this](const Moment& at, const ::Parcel& parcel) { didReceive(at, parcel); });
 }
 
-void SendRun::startTimers() {
-  const Duration timeout = context().timeout.value_or(defaultTimeout);
-  after(std::min<Duration>(timeout, searchLimit), [this] {
-    if (!isConnected()) finish(ExitStatus::noDevice, "noDevice", "no device was found in time");
-  });
-  after(timeout, [this] { didTimeOut(); });
+void DeliveryRun::didTimeOut() {
+  const auto& noun = delivery_.noun;
+  finish(ExitStatus::timedOut, "timedOut",
+         delivered_ ? fmt::format("the {} is delivered, but {} in time", noun, missing())
+         : written_ ? fmt::format("the device has the {}, but did not report it delivered", noun)
+                    : fmt::format("the {} was not handed over in time", noun));
 }
 
-void SendRun::didTimeOut() {
-  const auto text = delivered_ ? "the message is delivered, but no reply arrived in time"
-                    : written_ ? "the device has the message, but did not report it delivered"
-                               : "the message was not handed over in time";
-  finish(ExitStatus::timedOut, "timedOut", text);
-}
-
-void SendRun::didConnect() {
-  const auto weak = std::weak_ptr(std::static_pointer_cast<SendRun>(shared_from_this()));
+void DeliveryRun::didConnect() {
+  const auto weak = std::weak_ptr(std::static_pointer_cast<DeliveryRun>(shared_from_this()));
   device()
-      .send(payload_)
+      .send(delivery_.payload)
       .then([weak](const DevicePayloadPtr&) {
         if (const auto self = weak.lock()) self->didWrite(Moment::now(self->environment()));
       })
@@ -83,13 +74,14 @@ void SendRun::didConnect() {
       });
 }
 
-void SendRun::didLoseDevice() {
+void DeliveryRun::didLoseDevice() {
   finish(ExitStatus::failed, "linkLost",
-         written_ ? "the device has the message, but whether it was delivered is not known"
-                  : "the message was not handed over");
+         written_ ? fmt::format("the device has the {}, but whether it was delivered is not known",
+                                delivery_.noun)
+                  : fmt::format("the {} was not handed over", delivery_.noun));
 }
 
-void SendRun::didProgress(const Moment& at, const BleWriteProgress& progress) {
+void DeliveryRun::didProgress(const Moment& at, const BleWriteProgress& progress) {
   // After a lost link the write is made again from its beginning.
   const bool first = progress.bytesAcknowledged <= acknowledged_ || chunkNumber_ == 0;
   if (first) acknowledged_ = chunkNumber_ = 0;
@@ -111,47 +103,48 @@ void SendRun::didProgress(const Moment& at, const BleWriteProgress& progress) {
   context().output.progress(at, "chunk", fields, text);
 }
 
-void SendRun::didWrite(const Moment& at) {
+void DeliveryRun::didWrite(const Moment& at) {
   written_ = true;
   if (isFinishing()) return;
   context().output.event(at, "written", {{"bytes", frame_.size()}},
                          fmt::format("written: the device has all {} bytes", frame_.size()));
 }
 
-void SendRun::didReceive(const Moment& at, const ::Parcel& parcel) {
+void DeliveryRun::didReceive(const Moment& at, const ::Parcel& parcel) {
   if (parcel.status() == ParcelStatus::none) {
-    if (parcel.package().type() == PackageType::message) didReceiveMessage(at, parcel);
-  } else if (parcel.id() == payload_->parcelId()) {
+    didReceiveInbound(at, parcel);
+  } else if (parcel.id() == delivery_.payload->parcelId()) {
     didReport(at, parcel.status());
   } else {
     didReportEarlier(at, parcel);
   }
 }
 
-void SendRun::didReceiveMessage(const Moment& at, const ::Parcel& parcel) {
-  tellReceivedMessage(at, parcel);
-  if (delivered_ && awaitReply_) finish(ExitStatus::done, "delivered");
+void DeliveryRun::didReceiveInbound(const Moment& at, const ::Parcel& parcel) {
+  if (parcel.package().type() == PackageType::message) tellReceivedMessage(at, parcel);
 }
 
-void SendRun::didReport(const Moment& at, ParcelStatus::Type status) {
+void DeliveryRun::didReport(const Moment& at, ParcelStatus::Type status) {
   const auto name = nameOf(status);
-  context().output.event(at, "status", {{"parcelId", payload_->parcelId()}, {"value", name}},
+  context().output.event(at, "status",
+                         {{"parcelId", delivery_.payload->parcelId()}, {"value", name}},
                          "status: " + name);
   if (status == ParcelStatus::error) {
-    finish(ExitStatus::failed, "failed", "the message could not be delivered");
+    finish(ExitStatus::failed, "failed",
+           fmt::format("the {} could not be delivered", delivery_.noun));
   }
   if (status != ParcelStatus::delivered) return;
   delivered_ = true;
-  if (!awaitReply_) finish(ExitStatus::done, "delivered");
+  didDeliver();
 }
 
-void SendRun::didReportEarlier(const Moment& at, const ::Parcel& parcel) {
+void DeliveryRun::didReportEarlier(const Moment& at, const ::Parcel& parcel) {
   const auto name = nameOf(parcel.status());
   context().output.event(at, "earlier", {{"parcelId", parcel.id()}, {"value", name}},
                          fmt::format("an earlier parcel, {}: {}", parcel.id(), name));
 }
 
-void SendRun::willEnd(ExitStatus& status, std::string& outcome) {
+void DeliveryRun::willEnd(ExitStatus& status, std::string& outcome) {
   const auto received = context().link->received();
   if (!written_ || !received) return;
   const bool match = tookInAsSent(*received);
@@ -163,7 +156,7 @@ void SendRun::willEnd(ExitStatus& status, std::string& outcome) {
   outcome = "corrupted";
 }
 
-bool SendRun::tookInAsSent(const Link::Received& received) const {
+bool DeliveryRun::tookInAsSent(const Link::Received& received) const {
   const auto sent = chunk(frame_, chunkSize);
   const auto& taken = received.chunks;
   // Attempts that a lost link cut off may stand before the whole one.
