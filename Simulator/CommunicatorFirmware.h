@@ -5,6 +5,7 @@
 #include <Simulator/DeviceFramer.h>
 #include <Simulator/FaultProgress.h>
 #include <Simulator/SatelliteModem.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <functional>
 #include <string>
@@ -13,7 +14,7 @@ namespace tandrell {
 
 /// What a communicator says: its state, its reports and its reply to each command. Knows commands,
 /// not bytes or links. Owned by the communicator; lives on the radio's queue.
-class CommunicatorFirmware {
+class TANDRELL_API CommunicatorFirmware {
  public:
   /// What the firmware needs of the device around it.
   struct Ports {

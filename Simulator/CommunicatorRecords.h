@@ -2,6 +2,7 @@
 
 #include <TandrellCore/Platform/Data.h>
 #include <TandrellCore/Platform/Date.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Proto/Names.h>
 
 #include <cstddef>
@@ -48,7 +49,7 @@ struct CommunicatorRecords {
 };
 
 /// Records that one queue writes and any thread reads.
-class SharedRecords {
+class TANDRELL_API SharedRecords {
  public:
   /// The records as they are now.
   CommunicatorRecords snapshot() const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Data.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstdint>
 #include <vector>
@@ -17,7 +18,7 @@ struct DeviceFrame {
 /// bytes, high byte first, and the payload; nothing marks where one begins. Deliberately shares
 /// nothing with the library's parser, or one mistake would cancel out on both sides.
 /// Not thread-safe.
-class DeviceFramer {
+class TANDRELL_API DeviceFramer {
  public:
   /// The frame's bytes. A payload of more than 65535 bytes stops the process.
   static Data bytesOf(const DeviceFrame& frame);

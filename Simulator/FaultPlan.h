@@ -4,6 +4,7 @@
 #include <TandrellCore/Platform/Data.h>
 #include <TandrellCore/Platform/Date.h>
 #include <TandrellCore/Platform/Error.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -30,7 +31,7 @@ enum class FaultKind {
 };
 
 /// One thing that goes wrong. Which members count depends on the kind.
-struct Fault {
+struct TANDRELL_API Fault {
   FaultKind kind;
   std::size_t at = 0;  ///< the byte, write, attempt, frame or parcel that meets it, counted from 1
   std::optional<Error> error = {};
@@ -47,7 +48,7 @@ struct Fault {
 /// Everything is counted from 1 and from the moment at which the device is given the plan, across
 /// its connections. Bytes are those that the device takes in from writes; a write is one operation
 /// on a characteristic, so 20 bytes at most from a central that cuts its data.
-class FaultPlan {
+class TANDRELL_API FaultPlan {
  public:
   /// The link drops when the device has taken in byte n; the write that carries it gets no
   /// confirmation, even where n is its last byte.

@@ -2,6 +2,7 @@
 
 #include <Simulator/FaultPlan.h>
 #include <Simulator/SimulatedLink.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstddef>
 #include <optional>
@@ -10,7 +11,7 @@ namespace tandrell {
 
 /// How far a device has come in its fault plan: counts what happens and says what goes wrong with
 /// it. Each question counts the thing it asks about. Lives on the radio's queue.
-class FaultProgress {
+class TANDRELL_API FaultProgress {
  public:
   explicit FaultProgress(FaultPlan plan) : plan_(std::move(plan)) {}
 

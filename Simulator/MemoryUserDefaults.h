@@ -1,5 +1,6 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/UserDefaults.h>
 
 #include <cstddef>
@@ -12,7 +13,7 @@ namespace tandrell {
 
 /// A user-defaults store in memory, for tests. It lives as long as the object: sharing one between
 /// two lives of a link is what a restart of the application sees. Safe from any thread.
-class MemoryUserDefaults final : public UserDefaults {
+class TANDRELL_API MemoryUserDefaults final : public UserDefaults {
  public:
   /// Decides whether the change of this entry fails. Called on the changing thread, under no lock.
   using Fault = std::function<bool(std::string_view key)>;

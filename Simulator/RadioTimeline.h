@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Dispatch.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstdint>
 #include <memory>
@@ -11,7 +12,7 @@ namespace tandrell {
 
 /// How fast a simulated radio is. The defaults are those of a phone and a device lying side by
 /// side.
-struct SimulatedRadioOptions {
+struct TANDRELL_API SimulatedRadioOptions {
   /// From making a central manager to its first state update.
   Duration stateDelay = std::chrono::milliseconds(50);
   /// From starting a scan, or a device coming into reach of one, to its discovery.
@@ -31,7 +32,7 @@ struct SimulatedRadioOptions {
 /// Blocks are tied to an owner that is held weakly: they never keep the simulated world alive, and
 /// nothing happens once the owner is gone. So is the dispatcher, which belongs to the environment:
 /// a block that never ran would otherwise keep it. Shared by everything on one radio.
-class RadioTimeline {
+class TANDRELL_API RadioTimeline {
  public:
   RadioTimeline(const std::shared_ptr<Dispatcher>& dispatcher, const SimulatedRadioOptions& options)
       : options_(options),

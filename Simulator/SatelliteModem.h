@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Dispatch.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Proto/Names.h>
 
 #include <cstddef>
@@ -26,7 +27,7 @@ struct SatelliteTiming {
 
 /// The satellite side of a communicator: transmits parcels one at a time, in the order in which
 /// they came, and reports how each fares. Owned by the firmware; lives on the radio's queue.
-class SatelliteModem {
+class TANDRELL_API SatelliteModem {
  public:
   using Report = std::function<void(const Parcel&, ParcelStatus::Type)>;
   using After = std::function<WorkItemPtr(Duration, Work)>;

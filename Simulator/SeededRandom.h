@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Environment.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstdint>
 #include <mutex>
@@ -10,7 +11,7 @@ namespace tandrell {
 
 /// Uniform random numbers that depend on nothing but the seed: the same seed gives the same row of
 /// numbers on every machine. Safe from any thread.
-class SeededRandom final : public RandomSource {
+class TANDRELL_API SeededRandom final : public RandomSource {
  public:
   explicit SeededRandom(std::uint32_t seed) : engine_(seed) {}
 

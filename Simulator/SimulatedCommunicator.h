@@ -8,6 +8,7 @@
 #include <Simulator/RadioTimeline.h>
 #include <Simulator/SimulatedDevice.h>
 #include <Simulator/SimulatedLink.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <deque>
 #include <memory>
@@ -27,8 +28,9 @@ class SimulatedRadio;
 ///
 /// Owned by its radio and whoever made it. Actions may be called from any thread, return at once
 /// and take effect in order, on the radio's queue.
-class SimulatedCommunicator final : public SimulatedDevice,
-                                    public std::enable_shared_from_this<SimulatedCommunicator> {
+class TANDRELL_API SimulatedCommunicator final
+    : public SimulatedDevice,
+      public std::enable_shared_from_this<SimulatedCommunicator> {
  public:
   /// The identifiers that it serves, written out once more: it shares none with the library.
   static Uuid serviceUuid() { return Uuid("569A1101-B87F-490C-92CB-11BA5EA5167C"); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/CentralManager.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <memory>
 #include <optional>
@@ -34,7 +35,7 @@ struct WriteAnswer {
 /// A device as the radio sees it: something that advertises, accepts a connection and serves
 /// characteristics. The radio owns it. Every operation is called on the radio's queue;
 /// `identifier` and `services` are constant and may be read from any thread.
-class SimulatedDevice {
+class TANDRELL_API SimulatedDevice {
  public:
   virtual ~SimulatedDevice() = default;
 

@@ -2,6 +2,7 @@
 
 #include <Simulator/RadioTimeline.h>
 #include <Simulator/SimulatedDevice.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstddef>
 #include <deque>
@@ -30,7 +31,7 @@ struct NotificationShape {
 ///
 /// A link whose central went away with its process, but named a restore identifier, stays open and
 /// keeps what the device sends until a new central adopts it.
-class SimulatedLink final : public std::enable_shared_from_this<SimulatedLink> {
+class TANDRELL_API SimulatedLink final : public std::enable_shared_from_this<SimulatedLink> {
  public:
   using Delegate = std::weak_ptr<PeripheralDelegate>;
 

@@ -4,6 +4,7 @@
 #include <Simulator/SimulatedDevice.h>
 #include <Simulator/SimulatedLink.h>
 #include <TandrellCore/Platform/CentralManager.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <memory>
 #include <string_view>
@@ -16,7 +17,7 @@ class SimulatedCentral;
 /// Why a connection attempt failed.
 enum class SimulatedRadioError { notPoweredOn, connectionFailed, unknownDevice };
 constexpr std::string_view errorDomain(SimulatedRadioError) { return "SimulatedRadioError"; }
-std::string_view errorText(SimulatedRadioError error);
+TANDRELL_API std::string_view errorText(SimulatedRadioError error);
 
 /// A Bluetooth radio without hardware: makes central managers that find, connect and talk to the
 /// devices that were added to it. It runs on any dispatcher: under virtual time a run is repeated
@@ -26,8 +27,8 @@ std::string_view errorText(SimulatedRadioError error);
 /// order, on the radio's own serial queue. It owns its devices and connections; central managers
 /// belong to whoever made them and may outlive it, in silence. Nothing polls: an idle world has no
 /// timer.
-class SimulatedRadio final : public CentralManagerFactory,
-                             public std::enable_shared_from_this<SimulatedRadio> {
+class TANDRELL_API SimulatedRadio final : public CentralManagerFactory,
+                                          public std::enable_shared_from_this<SimulatedRadio> {
  public:
   /// Makes a radio that is powered on, with its queue on the dispatcher, which it holds weakly.
   static std::shared_ptr<SimulatedRadio> make(const std::shared_ptr<Dispatcher>& dispatcher,

@@ -2,6 +2,7 @@
 
 #include <TandrellCore/Platform/Dispatch.h>
 #include <TandrellCore/Platform/Environment.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -17,13 +18,13 @@ namespace tandrell {
 /// those that fall due at the same moment included; with a seed, the order between independent
 /// queues is drawn at random while each queue keeps its own, and the same seed gives the same run.
 ///
-/// A block that never runs keeps what it holds: where that holds this clock in turn, as the library's
-/// objects do through their environment, let what is due run before the last handle goes.
+/// A block that never runs keeps what it holds: where that holds this clock in turn, as the
+/// library's objects do through their environment, let what is due run before the last handle goes.
 ///
 /// It stops the process with a message that names the queue when a `sync` could never return, when
 /// blocks keep posting blocks without time moving on, and when a block asks it to run. Queue
 /// handles may outlive it; what is submitted to them then is dropped.
-class VirtualTime final : public Dispatcher, public WallClock {
+class TANDRELL_API VirtualTime final : public Dispatcher, public WallClock {
  public:
   struct Options {
     /// Wall-clock time at the start.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/Result.h>
 
 #include <cstddef>
@@ -11,13 +12,13 @@ namespace tandrell {
 /// the system said.
 enum class FileError { cannotRead, tooLong };
 constexpr std::string_view errorDomain(FileError) { return "FileError"; }
-std::string_view errorText(FileError error);
+TANDRELL_API std::string_view errorText(FileError error);
 
 /// What a file must not exceed, in bytes, to be read whole.
 inline constexpr std::size_t maximumFileSize = std::size_t{64} << 20;
 
 /// The whole file, or what the standard input stream gives until its end where the path is "-".
 /// Blocks until then.
-Result<std::string> readWholeFile(const std::string& path);
+TANDRELL_API Result<std::string> readWholeFile(const std::string& path);
 
 }  // namespace tandrell

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Dispatch.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <memory>
 
@@ -11,7 +12,7 @@ namespace tandrell {
 /// what it always does with them, so that a second Ctrl-C ends a process that hangs.
 ///
 /// At most one in a process at a time. It has a thread of its own, which its destruction ends.
-class Interrupt {
+class TANDRELL_API Interrupt {
  public:
   Interrupt(QueuePtr queue, Work handler);
   ~Interrupt();

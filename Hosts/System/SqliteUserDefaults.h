@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Error.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/Result.h>
 #include <TandrellCore/Platform/UserDefaults.h>
 
@@ -22,7 +23,7 @@ enum class UserDefaultsError {
   undecodable,  ///< an entry whose bytes make no sense; reads as missing
 };
 constexpr std::string_view errorDomain(UserDefaultsError) { return "UserDefaultsError"; }
-std::string_view errorText(UserDefaultsError error);
+TANDRELL_API std::string_view errorText(UserDefaultsError error);
 
 /// User defaults in a SQLite file: one transaction per change, on the disk when the call returns.
 /// Safe from any thread, and for several handles and processes on one file: a change waits up to
@@ -32,7 +33,7 @@ std::string_view errorText(UserDefaultsError error);
 /// Reads and changes report their failures to the error handler, for the calls themselves return
 /// no error. An entry that cannot be read is missing to its reader; a failed change leaves the old
 /// entry.
-class SqliteUserDefaults final : public UserDefaults {
+class TANDRELL_API SqliteUserDefaults final : public UserDefaults {
  public:
   using ErrorHandler = std::function<void(const Error&)>;
 

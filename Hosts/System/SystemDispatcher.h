@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Dispatch.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstddef>
 #include <memory>
@@ -26,7 +27,7 @@ namespace tandrell {
 /// Destroying it closes its queues, waits for the blocks that run on other threads and ends the
 /// pool. It may be destroyed by a block of its own; then no other running block may wait for that
 /// one. A `sync` that waits runs at once; queue handles that are left run `sync` blocks still.
-class SystemDispatcher final : public Dispatcher {
+class TANDRELL_API SystemDispatcher final : public Dispatcher {
  public:
   /// Two threads at least, since a long block must not hold up every timer; four at most, since
   /// the blocks are short and mostly serial.

@@ -2,6 +2,7 @@
 
 #include <Hosts/System/SystemDispatcher.h>
 #include <TandrellCore/Platform/Environment.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstdint>
 #include <memory>
@@ -12,13 +13,13 @@
 namespace tandrell {
 
 /// The system's calendar clock.
-class SystemWallClock final : public WallClock {
+class TANDRELL_API SystemWallClock final : public WallClock {
  public:
   Date date() const override;
 };
 
 /// Numbers from the system's random device: no two processes share a row of them.
-class SystemRandom final : public RandomSource {
+class TANDRELL_API SystemRandom final : public RandomSource {
  public:
   std::uint32_t next() override;
 
@@ -28,12 +29,12 @@ class SystemRandom final : public RandomSource {
 };
 
 /// The region of the process's locale, or "US" where the locale names no country.
-std::string systemRegionCode();
+TANDRELL_API std::string systemRegionCode();
 
 /// Everything of this machine: the given dispatcher, store and radio with the system's clock and
 /// random numbers and the locale's region. The caller keeps the dispatcher, to run its main queue.
-Environment systemEnvironment(std::shared_ptr<SystemDispatcher> dispatcher,
-                              std::shared_ptr<UserDefaults> userDefaults,
-                              std::shared_ptr<CentralManagerFactory> centralManagers);
+TANDRELL_API Environment systemEnvironment(std::shared_ptr<SystemDispatcher> dispatcher,
+                                           std::shared_ptr<UserDefaults> userDefaults,
+                                           std::shared_ptr<CentralManagerFactory> centralManagers);
 
 }  // namespace tandrell

@@ -2,6 +2,7 @@
 
 #include <TandrellCore/Platform/Data.h>
 #include <TandrellCore/Platform/Environment.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Proto/Names.h>
 #include <TandrellCore/Utility/EmailAddress.h>
 #include <TandrellCore/Utility/PhoneNumber.h>
@@ -18,11 +19,11 @@ namespace tandrell {
 enum class DevicePayloadStatus { none = 0, connecting = 1, sending = 2, delivered = 3, error = 4 };
 
 /// The name of the case, for people and log lines.
-std::string_view nameOf(DevicePayloadStatus status);
+TANDRELL_API std::string_view nameOf(DevicePayloadStatus status);
 
 /// What the application sends and receives through the device. Application code may derive its own
 /// kinds. Immutable, and safe from any thread once made.
-class DevicePayload {
+class TANDRELL_API DevicePayload {
  public:
   /// What fits in one transmission of the device, in bytes.
   static constexpr double maximumTransmissionSize = 340.0;
@@ -64,7 +65,7 @@ class DevicePayload {
 using DevicePayloadPtr = std::shared_ptr<const DevicePayload>;
 
 /// Bytes that the library does not look into.
-class DataPayload final : public DevicePayload {
+class TANDRELL_API DataPayload final : public DevicePayload {
  public:
   DataPayload(Data data, std::uint32_t parcelId,
               DevicePayloadStatus status = DevicePayloadStatus::none);
@@ -80,7 +81,7 @@ class DataPayload final : public DevicePayload {
 };
 
 /// A text message to a phone number, an e-mail address, or both.
-class MessagePayload final : public DevicePayload {
+class TANDRELL_API MessagePayload final : public DevicePayload {
  public:
   /// Absent without any recipient. The clock stamps the message when it is serialised.
   static std::shared_ptr<const MessagePayload> make(
@@ -112,12 +113,13 @@ class MessagePayload final : public DevicePayload {
 };
 
 /// The same-named status; `none` for a value that the device made up.
-DevicePayloadStatus toDevicePayloadStatus(ParcelStatus::Type status);
+TANDRELL_API DevicePayloadStatus toDevicePayloadStatus(ParcelStatus::Type status);
 
 /// What arrived, as a payload: a message becomes a `MessagePayload`, everything else a
 /// `DataPayload`. The payload gets a new random id: the parcel's own is deliberately not carried
 /// over. A message that names no recipient or does not parse, such as a delivery report without its
 /// text, becomes one with empty texts.
-DevicePayloadPtr toDevicePayload(const ::Parcel& parcel, const Environment& environment);
+TANDRELL_API DevicePayloadPtr toDevicePayload(const ::Parcel& parcel,
+                                              const Environment& environment);
 
 }  // namespace tandrell

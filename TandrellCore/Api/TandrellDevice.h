@@ -4,6 +4,7 @@
 #include <TandrellCore/Async/Promise.h>
 #include <TandrellCore/Async/Subject.h>
 #include <TandrellCore/Core/DeviceUtil.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <memory>
 #include <string_view>
@@ -20,7 +21,7 @@ constexpr std::string_view errorText(TandrellDeviceError) { return "sizeLimitExc
 
 /// The handheld device as the application sees it, without parcels, frames or Bluetooth. All
 /// operations may be called from any thread; see `DeviceUtil` for the queues of its streams.
-class TandrellDevice {
+class TANDRELL_API TandrellDevice {
  public:
   virtual ~TandrellDevice() = default;
 
@@ -44,10 +45,10 @@ class TandrellDevice {
 };
 
 /// Makes a facade over a link; the caller owns it.
-std::shared_ptr<TandrellDevice> makeTandrellDevice(const Environment& environment,
-                                                   std::shared_ptr<DeviceUtil> deviceUtil);
+TANDRELL_API std::shared_ptr<TandrellDevice> makeTandrellDevice(
+    const Environment& environment, std::shared_ptr<DeviceUtil> deviceUtil);
 
 /// The same over the installed environment and the process's one link (see `HasDeviceUtil`).
-std::shared_ptr<TandrellDevice> makeTandrellDevice();
+TANDRELL_API std::shared_ptr<TandrellDevice> makeTandrellDevice();
 
 }  // namespace tandrell

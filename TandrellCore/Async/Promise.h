@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Dispatch.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/Result.h>
 
 #include <condition_variable>
@@ -185,7 +186,7 @@ class Promise {
 };
 
 /// Owns a suspended coroutine until it is resumed; destroys it when it never will be.
-class SuspendedCoroutine {
+class TANDRELL_API SuspendedCoroutine {
  public:
   explicit SuspendedCoroutine(std::coroutine_handle<> handle) : handle_(handle) {}
   SuspendedCoroutine(const SuspendedCoroutine&) = delete;
@@ -228,7 +229,7 @@ class Promise<T>::Awaiter {
 
 /// The return type of a coroutine that nobody waits for. It starts at once and frees itself at its
 /// end. An exception that leaves it stops the process.
-struct Detached {
+struct TANDRELL_API Detached {
   struct promise_type {
     Detached get_return_object() { return {}; }
     std::suspend_never initial_suspend() noexcept { return {}; }

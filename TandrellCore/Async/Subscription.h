@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
+
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -12,7 +14,7 @@ namespace tandrell {
 /// returned, the observer is not called again. It waits for a call that is running on another
 /// thread, so an observer must not wait for the thread that unsubscribes it; from inside the
 /// observer itself it returns at once. Movable, not copyable; the subject may go first.
-class Subscription {
+class TANDRELL_API Subscription {
  public:
   Subscription() = default;
   explicit Subscription(std::function<void()> unsubscribe) : unsubscribe_(std::move(unsubscribe)) {}
@@ -37,7 +39,7 @@ class Subscription {
 };
 
 /// Subscriptions that end together. May be used from any thread.
-class CompositeDisposable {
+class TANDRELL_API CompositeDisposable {
  public:
   /// Keeps the subscription; after `dispose()` it is ended at once instead.
   void add(Subscription subscription) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/Uuid.h>
 
 #include <memory>
@@ -46,15 +47,15 @@ inline const Uuid Service{"FE59"};
 }  // namespace DfuUUIDs
 
 /// The communicator's service, for `BleUtility::registerServiceInfos`.
-BleServiceInfo deviceServiceInfo();
+TANDRELL_API BleServiceInfo deviceServiceInfo();
 
 /// The one central of the installed environment, made on first use. Never destroyed.
-const std::shared_ptr<BleUtility>& bleUtility();
+TANDRELL_API const std::shared_ptr<BleUtility>& bleUtility();
 
 }  // namespace BleConfig
 
 /// For classes that need the central: by default the process's one.
-class HasBleUtility {
+class TANDRELL_API HasBleUtility {
  public:
   virtual ~HasBleUtility() = default;
   virtual const std::shared_ptr<BleUtility>& ble() const { return BleConfig::bleUtility(); }

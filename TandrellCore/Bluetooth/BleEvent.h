@@ -2,6 +2,7 @@
 
 #include <TandrellCore/Bluetooth/BleError.h>
 #include <TandrellCore/Platform/CentralManager.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <memory>
 #include <string>
@@ -46,6 +47,6 @@ using BleEvent = std::variant<BleDiscoverEvent, BleConnectEvent, BlePauseEvent, 
                               BleErrorEvent, BleReceiveEvent, BleWriteErrorEvent>;
 
 /// The event's name for log lines, for example "BlePauseEvent".
-std::string_view nameOf(const BleEvent& event);
+TANDRELL_API std::string_view nameOf(const BleEvent& event);
 
 }  // namespace tandrell

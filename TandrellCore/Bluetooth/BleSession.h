@@ -2,6 +2,7 @@
 
 #include <TandrellCore/Async/Promise.h>
 #include <TandrellCore/Bluetooth/BleEvent.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <functional>
 #include <optional>
@@ -11,7 +12,7 @@ namespace tandrell {
 /// One GATT service of one peripheral, as the device link sees it. The central owns the sessions,
 /// one per service, and keeps them across connections. All operations may be called from any thread
 /// but `onEvent`, which must not be called on the central's queue.
-class BleSession {
+class TANDRELL_API BleSession {
  public:
   using EventHandler = std::function<void(const BleEvent&)>;
 
@@ -51,7 +52,7 @@ class BleSession {
 };
 
 /// What a session needs from the central.
-class BleSessionDelegate {
+class TANDRELL_API BleSessionDelegate {
  public:
   virtual ~BleSessionDelegate() = default;
   /// The queue of all radio callbacks. Concurrent: state is changed in barrier blocks only.

@@ -4,6 +4,7 @@
 #include <TandrellCore/Bluetooth/BleConfig.h>
 #include <TandrellCore/Bluetooth/BleSession.h>
 #include <TandrellCore/Platform/Environment.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <map>
 #include <memory>
@@ -32,9 +33,9 @@ struct BleWriteProgress {
 /// `centralQueue()` in barrier blocks; public operations hop there and may be called from any
 /// thread. Nothing is thrown or returned as a failure: failures go to the write's promise or to the
 /// sessions, and are logged.
-class BleUtility final : public BleSessionDelegate,
-                         public CentralManagerDelegate,
-                         public std::enable_shared_from_this<BleUtility> {
+class TANDRELL_API BleUtility final : public BleSessionDelegate,
+                                      public CentralManagerDelegate,
+                                      public std::enable_shared_from_this<BleUtility> {
  public:
   /// With an identifier, the platform hands over the peripherals that an earlier life of the
   /// process left connected under the same one.

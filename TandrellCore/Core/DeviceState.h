@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
+
 #include <string_view>
 
 namespace tandrell {
@@ -14,8 +16,8 @@ enum class DeviceTrackingState { disconnected, disabled, enabled };
 enum class DeviceActivityState { disconnected, sending, listening, sleeping };
 
 /// The names of the cases, for log lines and people.
-std::string_view nameOf(DeviceConnectionState state);
-std::string_view nameOf(DeviceTrackingState state);
-std::string_view nameOf(DeviceActivityState state);
+TANDRELL_API std::string_view nameOf(DeviceConnectionState state);
+TANDRELL_API std::string_view nameOf(DeviceTrackingState state);
+TANDRELL_API std::string_view nameOf(DeviceActivityState state);
 
 }  // namespace tandrell

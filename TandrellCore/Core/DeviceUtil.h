@@ -6,6 +6,7 @@
 #include <TandrellCore/Core/DeviceError.h>
 #include <TandrellCore/Core/DeviceState.h>
 #include <TandrellCore/Platform/Environment.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Proto/Device.pb.h>
 #include <TandrellCore/Utility/Version.h>
 
@@ -19,7 +20,7 @@ namespace tandrell {
 /// The link to the communicator: its live state, and a queue of parcels that are written to it one
 /// at a time. All operations may be called from any thread. Observers are called on the link's
 /// queues; continuations of its promises run on the main queue unless they name another.
-class DeviceUtil {
+class TANDRELL_API DeviceUtil {
  public:
   virtual ~DeviceUtil() = default;
 
@@ -75,12 +76,12 @@ class DeviceUtil {
 };
 
 /// Makes a link of its own; the caller owns it. Releasing it settles nothing.
-std::shared_ptr<DeviceUtil> makeDeviceUtil(const Environment& environment,
-                                           std::shared_ptr<BleUtility> ble);
+TANDRELL_API std::shared_ptr<DeviceUtil> makeDeviceUtil(const Environment& environment,
+                                                        std::shared_ptr<BleUtility> ble);
 
 /// For classes that need the link: by default the process's one, over the installed environment
 /// and `BleConfig::bleUtility()`, made on first use and never destroyed.
-class HasDeviceUtil {
+class TANDRELL_API HasDeviceUtil {
  public:
   virtual ~HasDeviceUtil() = default;
   virtual const std::shared_ptr<DeviceUtil>& deviceUtil() const;

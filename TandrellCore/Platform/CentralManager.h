@@ -3,6 +3,7 @@
 #include <TandrellCore/Platform/Data.h>
 #include <TandrellCore/Platform/Dispatch.h>
 #include <TandrellCore/Platform/Error.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/Uuid.h>
 
 #include <cstdint>
@@ -19,7 +20,7 @@ namespace tandrell {
 /// domain and text of the back end that met them.
 enum class CentralError { peripheralDisconnected = 7, uuidNotAllowed = 8 };
 constexpr std::string_view errorDomain(CentralError) { return "CBErrorDomain"; }
-std::string_view errorText(CentralError error);
+TANDRELL_API std::string_view errorText(CentralError error);
 
 /// The state of the radio; only in `poweredOn` can anything be done with it.
 enum class CentralManagerState {
@@ -32,7 +33,7 @@ enum class CentralManagerState {
 };
 
 /// The state's name as it appears in log lines, for example "poweredOff".
-std::string_view nameOf(CentralManagerState state);
+TANDRELL_API std::string_view nameOf(CentralManagerState state);
 
 /// A service found on a peripheral. The handle tells two services with one UUID apart; its meaning
 /// is the back end's.
@@ -62,7 +63,7 @@ class Peripheral;
 
 /// Receives what happens on one peripheral. Every call arrives on the central manager's queue, in
 /// a barrier block of its own.
-class PeripheralDelegate {
+class TANDRELL_API PeripheralDelegate {
  public:
   virtual ~PeripheralDelegate() = default;
   virtual void didDiscoverServices(const std::vector<GattService>& services,
@@ -84,7 +85,7 @@ class PeripheralDelegate {
 /// A remote device. Its operations are called on the central manager's queue and return at once;
 /// the answer arrives at the delegate. The same device is the same object for as long as anybody
 /// holds it.
-class Peripheral {
+class TANDRELL_API Peripheral {
  public:
   virtual ~Peripheral() = default;
 
@@ -109,7 +110,7 @@ using PeripheralPtr = std::shared_ptr<Peripheral>;
 
 /// Receives what happens on the radio. Every call arrives on the central manager's queue, in a
 /// barrier block of its own.
-class CentralManagerDelegate {
+class TANDRELL_API CentralManagerDelegate {
  public:
   virtual ~CentralManagerDelegate() = default;
   /// Called once the state is first known and at every change.
@@ -127,7 +128,7 @@ class CentralManagerDelegate {
 };
 
 /// The central role of one Bluetooth radio. Operations are called on its queue and return at once.
-class CentralManager {
+class TANDRELL_API CentralManager {
  public:
   virtual ~CentralManager() = default;
   virtual CentralManagerState state() const = 0;
@@ -150,7 +151,7 @@ struct CentralManagerOptions {
 };
 
 /// Makes the platform's central manager.
-class CentralManagerFactory {
+class TANDRELL_API CentralManagerFactory {
  public:
   virtual ~CentralManagerFactory() = default;
   virtual std::shared_ptr<CentralManager> makeCentralManager(

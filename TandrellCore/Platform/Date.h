@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
+
 #include <chrono>
 #include <compare>
 
@@ -10,7 +12,7 @@ using Duration = std::chrono::nanoseconds;
 
 /// A moment of calendar time: double seconds since 2001-01-01T00:00:00Z, so that rounding, infinity
 /// and NaN follow IEEE double arithmetic. Two equal dates are neither before nor after each other.
-class Date {
+class TANDRELL_API Date {
  public:
   /// Whole seconds from 1970-01-01T00:00:00Z to 2001-01-01T00:00:00Z.
   static constexpr double timeIntervalBetween1970AndReferenceDate = 978307200.0;

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Date.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <absl/functional/function_ref.h>
 
@@ -28,7 +29,7 @@ enum class Submission { plain, barrier };
 
 /// A block that can be called off. Shared by the queue that will run it and by whoever holds the
 /// right to cancel it; every operation may be called from any thread.
-class WorkItem {
+class TANDRELL_API WorkItem {
  public:
   explicit WorkItem(Work work) : work_(std::move(work)) {}
 
@@ -58,7 +59,7 @@ using WorkItemPtr = std::shared_ptr<WorkItem>;
 
 /// A dispatch queue. All operations may be called from any thread. A queue lives until its last
 /// handle is gone and everything submitted to it has run.
-class Queue {
+class TANDRELL_API Queue {
  public:
   virtual ~Queue() = default;
 
@@ -120,7 +121,7 @@ using QueuePtr = std::shared_ptr<Queue>;
 /// Makes queues and holds the one timeline on which their delays are counted.
 /// Destroying a dispatcher waits for the blocks that are running and drops those that have not
 /// begun; what is submitted afterwards is dropped as well.
-class Dispatcher {
+class TANDRELL_API Dispatcher {
  public:
   virtual ~Dispatcher() = default;
 

@@ -2,6 +2,7 @@
 
 #include <TandrellCore/Platform/CentralManager.h>
 #include <TandrellCore/Platform/Dispatch.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/UserDefaults.h>
 
 #include <cstdint>
@@ -11,14 +12,14 @@
 namespace tandrell {
 
 /// Calendar time. It may jump when the user or the network sets the clock; delays never use it.
-class WallClock {
+class TANDRELL_API WallClock {
  public:
   virtual ~WallClock() = default;
   virtual Date date() const = 0;
 };
 
 /// Uniform random numbers over all 32 bits; not a security measure. Safe from any thread.
-class RandomSource {
+class TANDRELL_API RandomSource {
  public:
   virtual ~RandomSource() = default;
   virtual std::uint32_t next() = 0;
@@ -27,7 +28,7 @@ class RandomSource {
 /// Everything that the library asks of the machine it runs on. A small value of shared handles,
 /// handed down by constructor, so that many links can live in one process, each in a world of its
 /// own. All members are set before it is used.
-struct Environment {
+struct TANDRELL_API Environment {
   std::shared_ptr<Dispatcher> dispatcher;
   std::shared_ptr<WallClock> wallClock;
   std::shared_ptr<RandomSource> random;

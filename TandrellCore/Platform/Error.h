@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
+
 #include <concepts>
 #include <optional>
 #include <string>
@@ -17,7 +19,7 @@ concept ErrorEnumeration = requires(E error) {
 
 /// A run-time failure as a value: where it comes from, which case it is, and a text for people.
 /// The code of a typed enumeration is its case index; a code of 0 is an error like any other.
-struct Error {
+struct TANDRELL_API Error {
   std::string domain;
   int code = 0;
   std::string text;
@@ -42,10 +44,10 @@ struct Error {
 };
 
 /// The description, or "nil" where there is no error; for log lines.
-std::string describe(const std::optional<Error>& error);
+TANDRELL_API std::string describe(const std::optional<Error>& error);
 
 /// The one way out of a programming error: prints "Fatal error: " and the message on the standard
 /// error stream and aborts.
-[[noreturn]] void fatalError(std::string_view message);
+[[noreturn]] TANDRELL_API void fatalError(std::string_view message);
 
 }  // namespace tandrell

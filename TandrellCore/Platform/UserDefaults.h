@@ -2,6 +2,7 @@
 
 #include <TandrellCore/Platform/Data.h>
 #include <TandrellCore/Platform/Date.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <map>
 #include <memory>
@@ -32,7 +33,7 @@ struct PropertyList {
 /// A key-value store that outlives the process. Safe for concurrent use from any thread; every
 /// operation is synchronous, and a change is durable when its call returns. A change that cannot be
 /// made is reported by the implementation (see its own header) and leaves the old entry in place.
-class UserDefaults {
+class TANDRELL_API UserDefaults {
  public:
   virtual ~UserDefaults() = default;
 

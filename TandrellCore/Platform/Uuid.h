@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
+
 #include <array>
 #include <compare>
 #include <cstddef>
@@ -15,7 +17,7 @@ namespace tandrell {
 /// A Bluetooth UUID. A 16- or 32-bit short form and its 128-bit form, which is the short form put
 /// into the base 00000000-0000-1000-8000-00805F9B34FB, are the same value and compare equal.
 /// Also used as the identifier of a peripheral.
-class Uuid {
+class TANDRELL_API Uuid {
  public:
   /// The nil UUID (all zero).
   constexpr Uuid() = default;
@@ -41,7 +43,7 @@ class Uuid {
 };
 
 /// For log lines, for example "[FE59, 1800]".
-std::string listText(std::span<const Uuid> uuids);
+TANDRELL_API std::string listText(std::span<const Uuid> uuids);
 
 }  // namespace tandrell
 

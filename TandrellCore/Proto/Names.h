@@ -1,5 +1,6 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Proto/Account.pb.h>
 #include <TandrellCore/Proto/Common.pb.h>
 #include <TandrellCore/Proto/Conversation.pb.h>
@@ -125,12 +126,12 @@ inline constexpr Type newTrackingViewerNotification = ::NewTrackingViewerNotific
 
 /// The short name of a case, for texts and log lines: "trackingSession". A value outside the list
 /// reads "unrecognized(9)".
-std::string nameOf(CommandType::Type value);
-std::string nameOf(ParcelStatus::Type value);
-std::string nameOf(PackageType::Type value);
-std::string nameOf(LogCommandLevel::Type value);
-std::string nameOf(TrackingSessionEvent::Type value);
-std::string nameOf(ForecastIcon::Type value);
-std::string nameOf(DayOfWeek::Type value);
+TANDRELL_API std::string nameOf(CommandType::Type value);
+TANDRELL_API std::string nameOf(ParcelStatus::Type value);
+TANDRELL_API std::string nameOf(PackageType::Type value);
+TANDRELL_API std::string nameOf(LogCommandLevel::Type value);
+TANDRELL_API std::string nameOf(TrackingSessionEvent::Type value);
+TANDRELL_API std::string nameOf(ForecastIcon::Type value);
+TANDRELL_API std::string nameOf(DayOfWeek::Type value);
 
 }  // namespace tandrell

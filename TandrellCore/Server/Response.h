@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Data.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/Result.h>
 #include <TandrellCore/Proto/ErrorResponse.pb.h>
 #include <TandrellCore/Server/ResponseError.h>
@@ -17,7 +18,7 @@ namespace tandrell {
 
 /// The error body in a reply; absent, and nothing is logged, when the bytes are empty or something
 /// else.
-std::optional<::ErrorResponse> parseErrorResponse(const std::optional<Data>& rawData);
+TANDRELL_API std::optional<::ErrorResponse> parseErrorResponse(const std::optional<Data>& rawData);
 
 /// A reply of the server, whatever its payload: what came of it and what it carried. The library
 /// performs no requests; the application's server client makes one of these from each reply.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Error.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <string>
 #include <string_view>
@@ -11,19 +12,19 @@ namespace tandrell {
 enum class ResponseStatus { success, timeout, error };
 
 /// `success` for codes from 200 to 299, `timeout` for 408, `error` for every other number.
-ResponseStatus responseStatus(int code);
+TANDRELL_API ResponseStatus responseStatus(int code);
 
 /// The name of the case, for log lines.
-std::string_view nameOf(ResponseStatus status);
+TANDRELL_API std::string_view nameOf(ResponseStatus status);
 
 /// Failures of a request as error values, in the domain "ResponseError".
 namespace ResponseError {
 /// Code 0; the text is the caller's, possibly empty.
-Error unknown(std::string text);
+TANDRELL_API Error unknown(std::string text);
 /// Code 1: the reply was a success but held nothing.
-Error noData();
+TANDRELL_API Error noData();
 /// Code 2.
-Error timeout();
+TANDRELL_API Error timeout();
 }  // namespace ResponseError
 
 /// Misuse that the application's own server code reports.

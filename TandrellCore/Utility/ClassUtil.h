@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
+
 #include <string>
 #include <string_view>
 #include <typeinfo>
@@ -7,7 +9,7 @@
 namespace tandrell {
 
 /// Names for diagnostics.
-class ClassUtil {
+class TANDRELL_API ClassUtil {
  public:
   /// The name of the value's dynamic type, without its namespaces.
   template <class T>

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Data.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Proto/Names.h>
 
 #include <cstddef>
@@ -18,7 +19,7 @@ using Command = std::variant<::Parcel, ::LogCommand, ::QualityCommand, ::Battery
 class CommandParser;
 
 /// Receives what a parser finds, synchronously, on the thread that feeds it.
-class CommandParserDelegate {
+class TANDRELL_API CommandParserDelegate {
  public:
   virtual ~CommandParserDelegate() = default;
   virtual void didParseCommand(CommandParser& parser, const Command& command) = 0;
@@ -37,7 +38,7 @@ class CommandParserDelegate {
 ///
 /// Holds no lock: `parseData` and `reset` are called from one thread at a time. A payload byte is
 /// copied once, into a buffer that is made once per frame with the announced size.
-class CommandParser {
+class TANDRELL_API CommandParser {
  public:
   /// Largest payload that the device is known to send, in bytes.
   static constexpr int maxDataLength = 320;

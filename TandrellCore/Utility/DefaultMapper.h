@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Error.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/UserDefaults.h>
 #include <TandrellCore/Utility/JsonCodec.h>
 #include <TandrellCore/Utility/Logger.h>
@@ -30,8 +31,8 @@ class DefaultMapper {
 
 /// The log lines that the mappers share.
 namespace mapperLog {
-void putFailed(std::string_view what, std::string_view error);
-void getFailed(std::string_view what, std::string_view error);
+TANDRELL_API void putFailed(std::string_view what, std::string_view error);
+TANDRELL_API void getFailed(std::string_view what, std::string_view error);
 }  // namespace mapperLog
 
 /// Values with a `JsonCodec`, stored as JSON text in a bytes entry.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/UserDefaults.h>
 #include <TandrellCore/Utility/DefaultMapper.h>
 
@@ -13,7 +14,7 @@
 namespace tandrell {
 
 /// Names the signed-in user for every `UserDefault`.
-class AppDefaultModule {
+class TANDRELL_API AppDefaultModule {
  public:
   using UserIdProvider = std::function<std::string()>;
 
@@ -25,7 +26,7 @@ class AppDefaultModule {
 
 /// The user part of a `UserDefault`'s key: the current user's identifier as it stands, or "default"
 /// (with a debug log line) when there is no provider or its text is empty.
-std::string currentUserKeyPart();
+TANDRELL_API std::string currentUserKeyPart();
 
 /// A typed handle on one stored value. It caches nothing: every access goes to the store, which is
 /// shared. May be used from any thread; two threads that read an empty handle for the first time

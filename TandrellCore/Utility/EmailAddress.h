@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -7,7 +9,7 @@
 namespace tandrell {
 
 /// An e-mail address that looks like one. Made through its factories only.
-class EmailAddress {
+class TANDRELL_API EmailAddress {
  public:
   /// The address as entered; absent unless the whole text is letters, digits and "._%+-", an at
   /// sign, letters, digits, full stops and hyphens, and a last full stop with 2 to 64 letters.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
+
 #include <absl/functional/function_ref.h>
 #include <fmt/format.h>
 
@@ -19,7 +21,7 @@ namespace tandrell {
 enum class LogFacadeLevel { verbose = 0, debug = 1, info = 2, warning = 3, error = 4, severe = 5 };
 
 /// The level with this raw value; absent for anything but 0 to 5.
-std::optional<LogFacadeLevel> logFacadeLevel(int rawValue);
+TANDRELL_API std::optional<LogFacadeLevel> logFacadeLevel(int rawValue);
 
 /// What a statement adds to its text, by key; see `LogFacadeConfig::LogUserInfoSourceKey`.
 using LogUserInfo = std::map<std::string, std::any>;
@@ -28,7 +30,7 @@ using LogUserInfo = std::map<std::string, std::any>;
 using LogMessage = absl::FunctionRef<std::optional<std::string>()>;
 
 /// The application's logging back end. Called on the thread of the statement, from many at once.
-class LogFacade {
+class TANDRELL_API LogFacade {
  public:
   virtual ~LogFacade() = default;
   /// `message` is built only if it is called; a back end that filters a line leaves it alone.
@@ -37,7 +39,7 @@ class LogFacade {
 };
 
 /// The process-wide choice of back end. With none, a log statement costs one check.
-class LogFacadeConfig {
+class TANDRELL_API LogFacadeConfig {
  public:
   using Factory = std::function<std::shared_ptr<LogFacade>()>;
 
@@ -56,7 +58,7 @@ class LogFacadeConfig {
 
 /// The one entry point of every log statement. `message` is a callable whose result (any value that
 /// can be printed, or an absent optional) is asked for by the back end only.
-class Logger {
+class TANDRELL_API Logger {
  public:
   static const LogUserInfo noUserInfo;
 
@@ -109,7 +111,7 @@ class Logger {
 };
 
 /// The log statements of one source file: `log.debug("startNextTask()", [&] { ... })`.
-class SourceLog {
+class TANDRELL_API SourceLog {
  public:
   using Location = std::source_location;
 

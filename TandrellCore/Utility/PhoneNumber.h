@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Environment.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/Result.h>
 #include <TandrellCore/Utility/Safe.h>
 
@@ -17,7 +18,7 @@ namespace tandrell {
 
 /// Normalises phone numbers as people type them to E.164 text, for example "+442079460018". Safe
 /// from several threads at once.
-class PhoneNumberUtil {
+class TANDRELL_API PhoneNumberUtil {
  public:
   enum class FormatError { empty, notANumber };
 
@@ -42,11 +43,11 @@ class PhoneNumberUtil {
   ItemSafe<Parser> parser_;
 };
 
-std::string_view errorDomain(PhoneNumberUtil::FormatError);
-std::string_view errorText(PhoneNumberUtil::FormatError error);
+TANDRELL_API std::string_view errorDomain(PhoneNumberUtil::FormatError);
+TANDRELL_API std::string_view errorText(PhoneNumberUtil::FormatError error);
 
 /// A phone number in E.164 text. Made through its factories only.
-class PhoneNumber {
+class TANDRELL_API PhoneNumber {
  public:
   /// Absent for an empty text and for one that is not a phone number.
   static std::optional<PhoneNumber> build(const std::string& unformatted);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Dispatch.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <memory>
 #include <utility>
@@ -11,7 +12,7 @@ namespace tandrell {
 /// writes run alone, asynchronously, in the order of submission. A read sees every write that was
 /// submitted before it. A block on the queue must not `read` its own guard: that could never
 /// return and stops the process.
-class SafeProtocol {
+class TANDRELL_API SafeProtocol {
  public:
   virtual ~SafeProtocol() = default;
   virtual const QueuePtr& queue() const = 0;
@@ -27,7 +28,7 @@ class SafeProtocol {
 };
 
 /// The bare guard. Every one has a queue of its own, all labelled "com.quillfen.Skiff.Safe".
-class Safe : public SafeProtocol {
+class TANDRELL_API Safe : public SafeProtocol {
  public:
   Safe(Dispatcher& dispatcher, QualityOfService qos);
   const QueuePtr& queue() const final { return queue_; }

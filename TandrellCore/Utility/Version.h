@@ -1,5 +1,7 @@
 #pragma once
 
+#include <TandrellCore/Platform/Export.h>
+
 #include <cstdint>
 #include <optional>
 #include <string_view>
@@ -7,7 +9,7 @@
 namespace tandrell {
 
 /// A three-part version such as the device's firmware version. It is compared for equality only.
-class Version {
+class TANDRELL_API Version {
  public:
   /// Reads up to three decimal numbers between full stops; empty pieces are skipped and those
   /// beyond the third ignored. A second or third piece that is missing or not a number counts as 0.

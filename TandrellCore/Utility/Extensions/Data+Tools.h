@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Data.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstddef>
 #include <string>
@@ -10,13 +11,13 @@ namespace tandrell {
 
 /// The bytes in consecutive slices of at most `size` (> 0) bytes; the slices look into `data`. No
 /// bytes give one empty slice, so that a write of nothing is still one write.
-std::vector<DataView> chunk(DataView data, std::size_t size);
+TANDRELL_API std::vector<DataView> chunk(DataView data, std::size_t size);
 
 /// For log lines: printable ASCII as it stands, every other byte as its decimal value in brackets,
 /// for example "A[10][127]".
-std::string debugString(DataView data);
+TANDRELL_API std::string debugString(DataView data);
 
 /// Base64 with padding, for log lines and stored text.
-std::string base64(DataView data);
+TANDRELL_API std::string base64(DataView data);
 
 }  // namespace tandrell

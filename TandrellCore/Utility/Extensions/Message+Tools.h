@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/Data.h>
+#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Proto/Names.h>
 
 #include <google/protobuf/message.h>
@@ -12,10 +13,10 @@ namespace tandrell {
 
 /// The message in protobuf wire format; absent, with an error log line, when it cannot be
 /// serialised.
-std::optional<Data> safeData(const google::protobuf::Message& message);
+TANDRELL_API std::optional<Data> safeData(const google::protobuf::Message& message);
 
 /// Parses into `message` and says whether that went well; a failure is logged at error level.
-bool parseFromData(DataView data, google::protobuf::Message& message);
+TANDRELL_API bool parseFromData(DataView data, google::protobuf::Message& message);
 
 /// The message in these bytes; absent, with an error log line, when they do not parse.
 template <class Message>
@@ -26,21 +27,25 @@ std::optional<Message> fromData(DataView data) {
 }
 
 /// Equal in all fields and in all unknown fields.
-bool isEqual(const google::protobuf::Message& a, const google::protobuf::Message& b);
+TANDRELL_API bool isEqual(const google::protobuf::Message& a, const google::protobuf::Message& b);
 
 /// One line with all fields, for log lines.
-std::string debugText(const google::protobuf::Message& message);
+TANDRELL_API std::string debugText(const google::protobuf::Message& message);
 
 /// A parcel around the message, with status `none`; absent (and logged) when the message cannot be
 /// serialised.
-std::optional<::Parcel> toParcel(const google::protobuf::Message& message, PackageType::Type type,
-                                 std::uint32_t parcelId);
+TANDRELL_API std::optional<::Parcel> toParcel(const google::protobuf::Message& message,
+                                              PackageType::Type type, std::uint32_t parcelId);
 
 /// The same with the package type that belongs to the message.
-std::optional<::Parcel> toParcel(const ::MessageDto& message, std::uint32_t parcelId);
-std::optional<::Parcel> toParcel(const ::ForecastRequest& request, std::uint32_t parcelId);
-std::optional<::Parcel> toParcel(const ::ForecastDto& forecast, std::uint32_t parcelId);
-std::optional<::Parcel> toParcel(const ::TrackingSessionDto& session, std::uint32_t parcelId);
-std::optional<::Parcel> toParcel(const ::TrackingLocationDto& location, std::uint32_t parcelId);
+TANDRELL_API std::optional<::Parcel> toParcel(const ::MessageDto& message, std::uint32_t parcelId);
+TANDRELL_API std::optional<::Parcel> toParcel(const ::ForecastRequest& request,
+                                              std::uint32_t parcelId);
+TANDRELL_API std::optional<::Parcel> toParcel(const ::ForecastDto& forecast,
+                                              std::uint32_t parcelId);
+TANDRELL_API std::optional<::Parcel> toParcel(const ::TrackingSessionDto& session,
+                                              std::uint32_t parcelId);
+TANDRELL_API std::optional<::Parcel> toParcel(const ::TrackingLocationDto& location,
+                                              std::uint32_t parcelId);
 
 }  // namespace tandrell
