@@ -1,0 +1,363 @@
+#include <Hosts/BlueZ/BluezErrors.h>
+#include <Hosts/BlueZ/BluezLink.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace tandrell {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+/// bluetoothd gives up after 41 seconds, and the attempt is made again.
+constexpr seconds connectLimit{60};
+/// Between two attempts while another client is connecting.
+constexpr seconds busyPause{1};
+/// bluetoothd lingers for 2 to 3 seconds before it ends a link.
+constexpr seconds endLimit{6};
+/// Within it a lost link is told of; a write that failed without a clear reason waits for that.
+constexpr seconds settling{3};
+/// Another client is writing to the characteristic: bluetoothd takes one write at a time.
+constexpr milliseconds writePause{50};
+constexpr seconds longestWriteWait{5};
+
+}  // namespace
+
+BluezLink::BluezLink(Host host, std::string path, const std::string& address)
+    : host_(std::move(host)), path_(std::move(path)), identifier_(identifierOfAddress(address)) {}
+
+template <class Block>
+auto BluezLink::onThisConnection(Block block) {
+  return [weak = weak_from_this(), connection = connection_, block = std::move(block)](auto&&...) {
+    const auto self = weak.lock();
+    if (self && self->connection_ == connection) block(*self);
+  };
+}
+
+void BluezLink::remember(const std::vector<Uuid>& services) {
+  services_.insert(services.begin(), services.end());
+}
+
+void BluezLink::enter(Phase phase) {
+  phase_ = phase;
+  host_.didChangePhase();
+}
+
+// The attempt.
+
+void BluezLink::connect() {
+  if (phase_ == Phase::ending) wanted_ = true;
+  if (phase_ == Phase::connected) {
+    return host_.outbox.tell([peripheral = host_.peripheralOf(identifier_)](auto& delegate) {
+      delegate.didConnect(peripheral);
+    });
+  }
+  if (phase_ != Phase::idle) return;
+  subscriptions_.clear();
+  enter(host_.objects.device(path_) ? Phase::connecting : Phase::waiting);
+}
+
+void BluezLink::didAppear() {
+  if (phase_ == Phase::waiting) enter(Phase::connecting);
+}
+
+void BluezLink::proceed() {
+  if (phase_ != Phase::connecting || calling_) return;
+  calling_ = true;
+  host_.bus.call(
+      path_, BluezObjects::deviceInterface, "Connect", {},
+      [weak = weak_from_this()](auto*, const std::optional<Error>& error) {
+        if (const auto self = weak.lock()) self->didConnectReply(error);
+      },
+      connectLimit);
+}
+
+void BluezLink::didConnectReply(const std::optional<Error>& error) {
+  calling_ = false;
+  // The link came up while the attempt was being cancelled: end it too.
+  if (phase_ == Phase::ending) return error ? didEnd() : askToEnd();
+  if (phase_ != Phase::connecting) return;
+  if (!error) return didLink();
+  switch (failureOf(*error)) {
+    case BluezFailure::connectedYet:
+      return didLink();
+    case BluezFailure::outOfReach:
+      return proceed();
+    case BluezFailure::busy:
+      return host_.bus.after(busyPause, onThisConnection([](auto& self) { self.proceed(); }));
+    case BluezFailure::unknown:
+      return enter(Phase::waiting);
+    default:
+      break;
+  }
+  enter(Phase::idle);
+  host_.outbox.tell([peripheral = host_.peripheralOf(identifier_), error](auto& delegate) {
+    delegate.didFailToConnect(peripheral, error);
+  });
+}
+
+// The connection.
+
+void BluezLink::adopt() {
+  phase_ = Phase::connected;
+  wasConnected_ = true;
+  ++connection_;
+}
+
+void BluezLink::didLink() {
+  adopt();
+  host_.didChangePhase();
+  host_.outbox.tell([peripheral = host_.peripheralOf(identifier_)](auto& delegate) {
+    delegate.didConnect(peripheral);
+  });
+  refresh();
+}
+
+/// Reads the properties once more: the signal of a change may have been left out.
+void BluezLink::refresh() {
+  host_.bus.call(
+      path_, "org.freedesktop.DBus.Properties", "GetAll",
+      [](auto& call) { call << std::string(BluezObjects::deviceInterface); },
+      [weak = weak_from_this(), connection = connection_](sdbus::MethodReply* reply, const auto&) {
+        const auto self = weak.lock();
+        if (!reply || !self || self->connection_ != connection) return;
+        BluezProperties properties;
+        *reply >> properties;
+        // Its end is always signalled, and must not be taken from here a second time.
+        properties.erase("Connected");
+        self->host_.objects.change(self->path_, BluezObjects::deviceInterface, properties, {});
+        self->didResolveServices();
+      });
+}
+
+void BluezLink::didChangeConnected(bool connected) {
+  if (connected && phase_ == Phase::connecting) return didLink();
+  if (connected) return;
+  if (phase_ == Phase::connected) didUnlink(CentralError::peripheralDisconnected);
+  if (phase_ == Phase::ending && !calling_) didEnd();
+}
+
+void BluezLink::didUnlink(const std::optional<Error>& error) {
+  ++connection_;
+  discoveries_.clear();
+  subscriptions_.clear();
+  // A change that was signalled late must not be taken for the next connection's.
+  host_.objects.change(
+      path_, BluezObjects::deviceInterface,
+      {{"Connected", sdbus::Variant(false)}, {"ServicesResolved", sdbus::Variant(false)}}, {});
+  host_.outbox.tell([peripheral = host_.peripheralOf(identifier_), error](auto& delegate) {
+    delegate.didDisconnect(peripheral, error);
+  });
+  enter(Phase::idle);
+}
+
+void BluezLink::cancel() {
+  wanted_ = false;
+  if (phase_ == Phase::idle || phase_ == Phase::ending) return;
+  if (phase_ == Phase::waiting) return didUnlink(std::nullopt);
+  enter(Phase::ending);
+  askToEnd();
+}
+
+void BluezLink::askToEnd() {
+  host_.bus.call(path_, BluezObjects::deviceInterface, "Disconnect", {},
+                 [weak = weak_from_this()](auto*, const std::optional<Error>& error) {
+                   const auto self = weak.lock();
+                   if (!self || self->phase_ != Phase::ending || self->calling_) return;
+                   const auto* device = self->host_.objects.device(self->path_);
+                   if (error || !device || !device->connected) self->didEnd();
+                 });
+  host_.bus.after(endLimit, onThisConnection([](auto& self) {
+                    if (self.phase_ == Phase::ending) self.didEnd();
+                  }));
+}
+
+void BluezLink::didEnd() {
+  didUnlink(std::nullopt);
+  if (std::exchange(wanted_, false)) connect();
+}
+
+void BluezLink::didLoseRadio() {
+  wanted_ = false;
+  const Error error = CentralError::peripheralDisconnected;
+  if (phase_ == Phase::connected) return didUnlink(error);
+  if (phase_ == Phase::ending) return didUnlink(std::nullopt);
+  if (phase_ == Phase::idle) return;
+  ++connection_;
+  enter(Phase::idle);
+  host_.outbox.tell([peripheral = host_.peripheralOf(identifier_), error](auto& delegate) {
+    delegate.didFailToConnect(peripheral, error);
+  });
+}
+
+// Services.
+
+void BluezLink::discoverServices(std::vector<Uuid> services, DelegatePtr delegate) {
+  if (phase_ != Phase::connected) return;
+  discoveries_.push_back({std::move(services), std::move(delegate)});
+  didResolveServices();
+}
+
+void BluezLink::didResolveServices() {
+  const auto* device = host_.objects.device(path_);
+  if (phase_ != Phase::connected || !device || !device->servicesResolved) return;
+  remember(device->uuids);
+  for (const auto& discovery : std::exchange(discoveries_, {})) answer(discovery);
+}
+
+void BluezLink::answer(const Discovery& discovery) {
+  std::vector<GattService> found;
+  for (const auto& path : host_.objects.servicesOf(path_)) {
+    const auto service = host_.objects.gattService(path);
+    const auto& wanted = discovery.services;
+    const bool asked = std::find(wanted.begin(), wanted.end(), service.uuid) != wanted.end();
+    if (asked || wanted.empty()) found.push_back(service);
+  }
+  host_.outbox.tell(discovery.delegate, [found = std::move(found)](auto& delegate) {
+    delegate.didDiscoverServices(found, std::nullopt);
+  });
+}
+
+void BluezLink::discoverCharacteristics(std::uint64_t handle, DelegatePtr delegate) {
+  if (phase_ != Phase::connected) return;
+  GattService service{{}, handle};
+  std::vector<GattCharacteristic> found;
+  std::optional<Error> error = CentralError::uuidNotAllowed;
+  for (const auto& path : host_.objects.servicesOf(path_)) {
+    if (host_.objects.gattService(path).handle != handle) continue;
+    service = host_.objects.gattService(path);
+    error.reset();
+    for (const auto& characteristic : host_.objects.characteristicsOf(path)) {
+      found.push_back(host_.objects.gattCharacteristic(characteristic));
+    }
+  }
+  host_.outbox.tell(std::move(delegate), [service, found, error](auto& asking) {
+    asking.didDiscoverCharacteristics(service, found, error);
+  });
+}
+
+std::string BluezLink::characteristicPath(const GattCharacteristic& characteristic) const {
+  for (const auto& service : host_.objects.servicesOf(path_)) {
+    for (const auto& path : host_.objects.characteristicsOf(service)) {
+      if (host_.objects.gattCharacteristic(path).handle == characteristic.handle) return path;
+    }
+  }
+  return {};
+}
+
+// Notifications.
+
+void BluezLink::setNotify(bool enabled, const GattCharacteristic& characteristic,
+                          DelegatePtr delegate) {
+  if (phase_ != Phase::connected) return;
+  const auto path = characteristicPath(characteristic);
+  if (path.empty()) {
+    return host_.outbox.tell(std::move(delegate), [characteristic](auto& asking) {
+      asking.didUpdateNotificationState(characteristic, CentralError::uuidNotAllowed);
+    });
+  }
+  subscriptions_[path].delegate = std::move(delegate);
+  subscribe(path, characteristic, enabled);
+}
+
+void BluezLink::subscribe(const std::string& path, const GattCharacteristic& characteristic,
+                          bool enabled) {
+  host_.bus.call(path, BluezObjects::characteristicInterface,
+                 enabled ? "StartNotify" : "StopNotify", {},
+                 [weak = weak_from_this(), connection = connection_, path, characteristic, enabled](
+                     auto*, const std::optional<Error>& error) {
+                   const auto self = weak.lock();
+                   if (!self || self->connection_ != connection) return;
+                   self->didSubscribe(path, characteristic, enabled, error);
+                 });
+}
+
+void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& characteristic,
+                             bool enabled, const std::optional<Error>& error) {
+  auto& subscription = subscriptions_[path];
+  const auto* known = host_.objects.characteristic(path);
+  // Already subscribed, which bluetoothd may do by itself, is as good.
+  const bool already =
+      error && enabled && failureOf(*error) == BluezFailure::busy && known && known->notifying;
+  const auto outcome = error && !already ? std::optional(platformError(*error)) : std::nullopt;
+  host_.outbox.tell(subscription.delegate, [characteristic, outcome](auto& delegate) {
+    delegate.didUpdateNotificationState(characteristic, outcome);
+  });
+  if (!enabled) subscribedBefore_.erase(path);
+  if (!enabled || outcome) {
+    subscriptions_.erase(path);
+    return;
+  }
+  subscription.established = true;
+  subscribedBefore_.insert(path);
+  for (auto& value : std::exchange(subscription.early, {})) deliver(path, std::move(value));
+}
+
+void BluezLink::didReceive(const std::string& characteristic, Data value) {
+  const auto found = subscriptions_.find(characteristic);
+  if (found != subscriptions_.end() && found->second.established) {
+    return deliver(characteristic, std::move(value));
+  }
+  // bluetoothd has subscribed again by itself, even before it says that there is a connection.
+  const bool linked = phase_ == Phase::connected || phase_ == Phase::connecting;
+  const bool expected = found != subscriptions_.end() || subscribedBefore_.contains(characteristic);
+  if (linked && expected) subscriptions_[characteristic].early.push_back(std::move(value));
+}
+
+void BluezLink::deliver(const std::string& path, Data value) {
+  host_.outbox.tell(
+      subscriptions_[path].delegate,
+      [characteristic = host_.objects.gattCharacteristic(path), value = std::move(value)](
+          auto& delegate) { delegate.didUpdateValue(characteristic, value, std::nullopt); });
+}
+
+// Writes.
+
+void BluezLink::write(Data value, const GattCharacteristic& characteristic, WriteType type,
+                      DelegatePtr delegate) {
+  if (phase_ != Phase::connected) return;
+  Write write{characteristicPath(characteristic), characteristic, std::move(value), type,
+              std::move(delegate)};
+  if (write.path.empty()) return tellWritten(write, CentralError::uuidNotAllowed);
+  submit(write);
+}
+
+void BluezLink::submit(const Write& write) {
+  const std::string type = write.type == WriteType::withResponse ? "request" : "command";
+  host_.bus.call(
+      write.path, BluezObjects::characteristicInterface, "WriteValue",
+      [&](auto& call) {
+        call << std::vector<std::uint8_t>(write.value.begin(), write.value.end())
+             << BluezProperties{{"type", sdbus::Variant(type)}};
+      },
+      [weak = weak_from_this(), connection = connection_, write](
+          auto*, const std::optional<Error>& error) {
+        const auto self = weak.lock();
+        if (self && self->connection_ == connection) self->didWrite(write, error);
+      });
+}
+
+void BluezLink::didWrite(Write write, const std::optional<Error>& error) {
+  if (!error) return tellWritten(write, std::nullopt);
+  const auto failure = failureOf(*error);
+  if (failure == BluezFailure::refused) return tellWritten(write, platformError(*error));
+  if (failure == BluezFailure::busy && write.waited < longestWriteWait) {
+    write.waited += writePause;
+    return host_.bus.after(writePause,
+                           onThisConnection([write](auto& self) { self.submit(write); }));
+  }
+  // Where the link turns out to be gone, the write is never answered, and will be made again.
+  host_.bus.after(settling, onThisConnection([write, error](auto& self) {
+                    self.tellWritten(write, platformError(*error));
+                  }));
+}
+
+void BluezLink::tellWritten(const Write& write, const std::optional<Error>& error) {
+  if (write.type == WriteType::withoutResponse) return;
+  host_.outbox.tell(write.delegate, [characteristic = write.characteristic, error](auto& delegate) {
+    delegate.didWriteValue(characteristic, error);
+  });
+}
+
+}  // namespace tandrell

@@ -1,0 +1,212 @@
+#include <Tests/BlueZ/ScriptedBluez.h>
+
+#include <chrono>
+#include <utility>
+
+namespace tandrell {
+namespace {
+
+constexpr const char* adapter = "org.bluez.Adapter1";
+constexpr const char* device = "org.bluez.Device1";
+constexpr const char* service = "org.bluez.GattService1";
+constexpr const char* characteristic = "org.bluez.GattCharacteristic1";
+constexpr const char* serviceUuid = "569a1101-b87f-490c-92cb-11ba5ea5167c";
+using Options = std::map<std::string, sdbus::Variant>;
+
+}  // namespace
+
+template <class Value>
+void ScriptedBluez::addProperty(sdbus::IObject& object, const char* interface, const char* name,
+                                const Value& value) {
+  object.registerProperty(name).onInterface(interface).withGetter([this, &value] {
+    const std::lock_guard lock(mutex_);
+    return value;
+  });
+}
+
+ScriptedBluez::ScriptedBluez(const std::string& address, bool powered)
+    : connection_(sdbus::createSessionBusConnectionWithAddress(address)), powered_(powered) {
+  connection_->addObjectManager("/", sdbus::floating_slot);
+  auto& object = add(adapterPath);
+  for (const auto* method : {"StartDiscovery", "StopDiscovery"}) addMethod(object, adapter, method);
+  object.registerMethod("SetDiscoveryFilter")
+      .onInterface(adapter)
+      .implementedAs([this](Result&& result, Options filter) {
+        const auto uuids = filter["UUIDs"].get<std::vector<std::string>>();
+        didCall("SetDiscoveryFilter", "SetDiscoveryFilter " + uuids.at(0), std::move(result));
+      });
+  addProperty(object, adapter, "Powered", powered_);
+  object.finishRegistration();
+  connection_->enterEventLoopAsync();
+  connection_->requestName("org.bluez");
+}
+
+ScriptedBluez::~ScriptedBluez() { connection_->leaveEventLoop(); }
+
+sdbus::IObject& ScriptedBluez::add(const std::string& path) {
+  return *(objects_[path] = sdbus::createObject(*connection_, path));
+}
+
+void ScriptedBluez::addMethod(sdbus::IObject& object, const char* interface, const char* method) {
+  object.registerMethod(method).onInterface(interface).implementedAs(
+      [this, method = std::string(method)](Result&& result) {
+        didCall(method, method, std::move(result));
+      });
+}
+
+void ScriptedBluez::addDevice() {
+  auto& object = add(devicePath);
+  for (const auto* method : {"Connect", "Disconnect"}) addMethod(object, device, method);
+  const auto constant = [&](const char* name, auto value) {
+    object.registerProperty(name).onInterface(device).withGetter([value] { return value; });
+  };
+  constant("Address", std::string("00:AA:01:01:00:01"));
+  constant("Name", std::string("Communicator"));
+  constant("Adapter", sdbus::ObjectPath(adapterPath));
+  constant("UUIDs", std::vector<std::string>{serviceUuid});
+  addProperty(object, device, "RSSI", rssi_);
+  addProperty(object, device, "Connected", connected_);
+  addProperty(object, device, "ServicesResolved", resolved_);
+  object.finishRegistration();
+  object.emitInterfacesAddedSignal({device});
+}
+
+void ScriptedBluez::removeDevice() {
+  objects_.at(devicePath)->emitInterfacesRemovedSignal({device});
+  objects_.erase(devicePath);
+}
+
+void ScriptedBluez::addServices() {
+  auto& object = add(servicePath);
+  object.registerProperty("UUID").onInterface(service).withGetter(
+      [] { return std::string(serviceUuid); });
+  object.registerProperty("Device").onInterface(service).withGetter(
+      [] { return sdbus::ObjectPath(devicePath); });
+  object.finishRegistration();
+  object.emitInterfacesAddedSignal({service});
+  addCharacteristic(transmittingPath, "569a2000-b87f-490c-92cb-11ba5ea5167c", true);
+  addCharacteristic(receivingPath, "569a2001-b87f-490c-92cb-11ba5ea5167c", false);
+}
+
+void ScriptedBluez::addCharacteristic(const std::string& path, const char* uuid, bool notifies) {
+  auto& object = add(path);
+  for (const auto* method : {"StartNotify", "StopNotify"}) {
+    addMethod(object, characteristic, method);
+  }
+  object.registerMethod("WriteValue")
+      .onInterface(characteristic)
+      .implementedAs([this](Result&& result, Data bytes, Options options) {
+        const auto type = options["type"].get<std::string>();
+        didCall("WriteValue", "WriteValue " + std::to_string(bytes.size()) + " " + type,
+                std::move(result));
+      });
+  object.registerProperty("UUID").onInterface(characteristic).withGetter([uuid] {
+    return std::string(uuid);
+  });
+  object.registerProperty("Service").onInterface(characteristic).withGetter([] {
+    return sdbus::ObjectPath(servicePath);
+  });
+  if (notifies) addProperty(object, characteristic, "Value", value_);
+  if (notifies) addProperty(object, characteristic, "Notifying", notifying_);
+  object.finishRegistration();
+  object.emitInterfacesAddedSignal({characteristic});
+}
+
+void ScriptedBluez::changed(const std::string& path, const char* interface, const char* name) {
+  objects_.at(path)->emitPropertiesChangedSignal(interface, {name});
+}
+
+void ScriptedBluez::setPowered(bool powered) {
+  {
+    const std::lock_guard lock(mutex_);
+    powered_ = powered;
+  }
+  changed(adapterPath, adapter, "Powered");
+}
+
+void ScriptedBluez::setConnected(bool connected, bool signalled) {
+  {
+    const std::lock_guard lock(mutex_);
+    connected_ = connected;
+  }
+  if (signalled) changed(devicePath, device, "Connected");
+}
+
+void ScriptedBluez::setResolved(bool resolved, bool signalled) {
+  {
+    const std::lock_guard lock(mutex_);
+    resolved_ = resolved;
+  }
+  if (signalled) changed(devicePath, device, "ServicesResolved");
+}
+
+void ScriptedBluez::setNotifying(bool notifying) {
+  {
+    const std::lock_guard lock(mutex_);
+    notifying_ = notifying;
+  }
+  changed(transmittingPath, characteristic, "Notifying");
+}
+
+void ScriptedBluez::notify(Data value) {
+  {
+    const std::lock_guard lock(mutex_);
+    value_ = std::move(value);
+  }
+  changed(transmittingPath, characteristic, "Value");
+}
+
+void ScriptedBluez::sight() { changed(devicePath, device, "RSSI"); }
+
+void ScriptedBluez::fail(const std::string& method, const std::string& error,
+                         const std::string& text) {
+  const std::lock_guard lock(mutex_);
+  scripts_[method].push_back({false, sdbus::Error(error, text)});
+}
+
+void ScriptedBluez::hold(const std::string& method) {
+  const std::lock_guard lock(mutex_);
+  scripts_[method].push_back({true, {}});
+}
+
+void ScriptedBluez::answer(const std::string& method) { complete(method, std::nullopt); }
+
+void ScriptedBluez::answer(const std::string& method, const std::string& error,
+                           const std::string& text) {
+  complete(method, sdbus::Error(error, text));
+}
+
+void ScriptedBluez::complete(const std::string& method, const std::optional<sdbus::Error>& error) {
+  const std::lock_guard lock(mutex_);
+  auto result = std::move(held_.extract(method).mapped());
+  error ? result.returnError(*error) : result.returnResults();
+}
+
+void ScriptedBluez::didCall(const std::string& method, const std::string& call, Result result) {
+  const std::lock_guard lock(mutex_);
+  Script script;
+  auto& scripts = scripts_[method];
+  if (!scripts.empty()) {
+    script = std::move(scripts.front());
+    scripts.pop_front();
+  }
+  if (script.held) {
+    held_.emplace(method, std::move(result));
+  } else {
+    script.error ? result.returnError(*script.error) : result.returnResults();
+  }
+  calls_.push_back(call);
+  arrived_.notify_all();
+}
+
+std::string ScriptedBluez::nextCall() {
+  std::unique_lock lock(mutex_);
+  if (!arrived_.wait_for(lock, std::chrono::seconds(20), [this] { return !calls_.empty(); })) {
+    return "nothing";
+  }
+  auto call = std::move(calls_.front());
+  calls_.pop_front();
+  return call;
+}
+
+}  // namespace tandrell

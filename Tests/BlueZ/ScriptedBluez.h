@@ -1,0 +1,87 @@
+#pragma once
+
+#include <TandrellCore/Platform/Data.h>
+
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <condition_variable>
+#include <deque>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tandrell {
+
+/// A bluetoothd that does what the test says, on a bus of the test's own: one adapter, one device
+/// with the communicator's service. It notes down every call, and answers it at once unless told to
+/// fail or to hold the answer back. Used on the test's thread.
+class ScriptedBluez {
+ public:
+  static constexpr const char* adapterPath = "/org/bluez/hci0";
+  static constexpr const char* devicePath = "/org/bluez/hci0/dev_00_AA_01_01_00_01";
+  static constexpr const char* servicePath = "/org/bluez/hci0/dev_00_AA_01_01_00_01/service000a";
+  static constexpr const char* transmittingPath =
+      "/org/bluez/hci0/dev_00_AA_01_01_00_01/service000a/char000b";
+  static constexpr const char* receivingPath =
+      "/org/bluez/hci0/dev_00_AA_01_01_00_01/service000a/char000e";
+
+  explicit ScriptedBluez(const std::string& address, bool powered = true);
+  ~ScriptedBluez();
+
+  // Its objects; what is not signalled is only there to be read.
+  void addDevice();
+  void removeDevice();
+  void addServices();
+  void setPowered(bool powered);
+  void setConnected(bool connected, bool signalled = true);
+  void setResolved(bool resolved, bool signalled = true);
+  void setNotifying(bool notifying);
+  void notify(Data value);
+  void sight();
+
+  /// The next call of the method fails, or is answered only by `answer`.
+  void fail(const std::string& method, const std::string& error, const std::string& text);
+  void hold(const std::string& method);
+  void answer(const std::string& method);
+  void answer(const std::string& method, const std::string& error, const std::string& text);
+
+  /// Waits for the next call, which must be this one: the method, and what a write carries.
+  std::string nextCall();
+
+ private:
+  using Result = sdbus::Result<>;
+  struct Script {
+    bool held = false;
+    std::optional<sdbus::Error> error;
+  };
+
+  sdbus::IObject& add(const std::string& path);
+  void addMethod(sdbus::IObject& object, const char* interface, const char* method);
+  void addCharacteristic(const std::string& path, const char* uuid, bool notifies);
+  void didCall(const std::string& method, const std::string& call, Result result);
+  void complete(const std::string& method, const std::optional<sdbus::Error>& error);
+  template <class Value>
+  void addProperty(sdbus::IObject& object, const char* interface, const char* name,
+                   const Value& value);
+  void changed(const std::string& path, const char* interface, const char* name);
+
+  std::unique_ptr<sdbus::IConnection> connection_;
+  std::map<std::string, std::unique_ptr<sdbus::IObject>> objects_;
+
+  std::mutex mutex_;  // what the bus's thread shares
+  std::condition_variable arrived_;
+  std::deque<std::string> calls_;
+  std::map<std::string, std::deque<Script>> scripts_;
+  std::map<std::string, Result> held_;
+  bool powered_;
+  bool connected_ = false;
+  bool resolved_ = false;
+  bool notifying_ = false;
+  std::int16_t rssi_ = -60;
+  Data value_;
+};
+
+}  // namespace tandrell
