@@ -10,7 +10,8 @@ namespace tandrell {
 namespace {
 
 /// How long the run waits for the end of the connection before it ends without.
-constexpr std::chrono::seconds partingLimit{2};
+/// A real radio lingers for up to 3 seconds.
+constexpr std::chrono::seconds partingLimit{4};
 
 }  // namespace
 
@@ -53,10 +54,14 @@ void DeviceRun::connect() {
         self->finish(ExitStatus::failed, "failed", "the connection was ended");
       })
       .onError([weak](const Error& error) {
-        if (const auto self = weak.lock()) {
-          self->finish(ExitStatus::failed, "failed", "cannot connect: " + error.description());
-        }
+        if (const auto self = weak.lock()) self->didFailToConnect(error);
       });
+}
+
+void DeviceRun::didFailToConnect(const Error& error) {
+  const auto problem = context_.link->problem();
+  if (problem) return finish(ExitStatus::notSupported, "notSupported", problem->text);
+  finish(ExitStatus::failed, "failed", "cannot connect: " + error.description());
 }
 
 void DeviceRun::startTimers(Duration defaultTimeout) {

@@ -94,6 +94,7 @@ class DeviceRun : public Run, public std::enable_shared_from_this<DeviceRun> {
 
  private:
   void observeConnection();
+  void didFailToConnect(const Error& error);
   void didChange(DeviceConnectionState state);
   void tellChange(const Moment& at, const std::string& type, Fields& last, Fields value);
   void end();

@@ -27,6 +27,10 @@ class Link {
 
   virtual std::shared_ptr<CentralManagerFactory> centralManagers() const = 0;
 
+  /// Why nothing can be done over this link at the moment; absent where nothing is known to stand
+  /// in the way.
+  virtual std::optional<Error> problem() const { return std::nullopt; }
+
   /// Absent where the device is out of the program's sight.
   virtual std::optional<Received> received() const { return std::nullopt; }
 
@@ -42,10 +46,14 @@ enum class LinkError { unknownLink };
 constexpr std::string_view errorDomain(LinkError) { return "LinkError"; }
 constexpr std::string_view errorText(LinkError) { return "unknownLink"; }
 
-/// The links of this program: "sim", a simulated device.
+/// The links of this program: "sim", a simulated device; "bluez" or "bluez:ADAPTER", the radio of
+/// this machine, where the program was built with it.
 Result<std::shared_ptr<Link>> makeLink(std::string_view name, const Environment& environment);
 
-/// The names that `makeLink` knows.
-const std::vector<std::string>& linkNames();
+/// Whether `makeLink` knows the name.
+bool isLinkName(std::string_view name);
+
+/// The names that `makeLink` knows, for people: "sim, bluez[:ADAPTER]".
+std::string linkNames();
 
 }  // namespace tandrell

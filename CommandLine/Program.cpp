@@ -64,8 +64,9 @@ class Program {
     app_.get_formatter()->label("Subcommands", "Commands");
     app_.require_subcommand(0, 1);
     app_.fallthrough();  // so that these options may also stand behind the command
-    app_.add_option("--link", link_, "The way to the device")
-        ->check(CLI::IsMember(linkNames()))
+    app_.add_option("--link", link_, "The way to the device: " + linkNames())
+        ->type_name("LINK")
+        ->check(CLI::Validator([](std::string& name) { return checkLink(name); }, ""))
         ->capture_default_str();
     app_.add_flag("--json", json_, "Print one JSON object per line");
     addSeconds(app_, "--timeout", timeout_, "Give up after this many seconds");
@@ -80,6 +81,10 @@ class Program {
       subcommand->footer("Example:\n  " + command->example());
       command->declare(*subcommand);
     }
+  }
+
+  static std::string checkLink(const std::string& name) {
+    return isLinkName(name) ? "" : fmt::format("{} is no link; there are {}", name, linkNames());
   }
 
   /// Help or the version was asked for, or the arguments make no sense.

@@ -10,11 +10,16 @@ set(config_dir ${CMAKE_INSTALL_LIBDIR}/cmake/TandrellCore)
 # Public headers name these: pkg-config users and CMake users need them too.
 set(public_links protobuf::libprotobuf absl::function_ref fmt::fmt nlohmann_json::nlohmann_json)
 
-# tandrell_shared(NAME EXPORT_NAME FOLDERS ... PUBLIC ... PRIVATE ...): a shared library of the
-# objects of these folders' targets, and of nothing else: the messages' code must exist once in a
-# process, so what is built on the library links it.
+# tandrell_shared(NAME EXPORT_NAME [SET ...] [COMPONENT ...] FOLDERS ... PUBLIC ... PRIVATE ...): a
+# shared library of the objects of these folders' targets, and of nothing else: the messages' code
+# must exist once in a process, so what is built on the library links it. A library in an export set
+# and a component of its own can be left out of an installation.
 function(tandrell_shared name export_name)
-  cmake_parse_arguments(ARG "" "" "FOLDERS;PUBLIC;PRIVATE" ${ARGN})
+  cmake_parse_arguments(ARG "" "SET;COMPONENT" "FOLDERS;PUBLIC;PRIVATE" ${ARGN})
+  if(NOT ARG_SET)
+    set(ARG_SET TandrellCoreTargets)
+    set(ARG_COMPONENT library)
+  endif()
   foreach(folder ${ARG_FOLDERS})
     list(APPEND objects $<TARGET_OBJECTS:${folder}>)
   endforeach()
@@ -32,8 +37,8 @@ function(tandrell_shared name export_name)
   set_target_properties(${name} PROPERTIES EXPORT_NAME ${export_name} LINKER_LANGUAGE CXX
                         VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
                         LINK_DEPENDS ${PROJECT_SOURCE_DIR}/cmake/exports.map)
-  install(TARGETS ${name} EXPORT TandrellCoreTargets
-          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT library
+  install(TARGETS ${name} EXPORT ${ARG_SET}
+          LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${ARG_COMPONENT}
           NAMELINK_COMPONENT development)
 endfunction()
 
@@ -47,6 +52,17 @@ tandrell_shared(tandrellcore-system-host SystemHost
   FOLDERS tandrell-system-host
   PUBLIC tandrellcore
   PRIVATE SQLite::SQLite3 ICU::uc Threads::Threads)
+
+if(TANDRELL_WITH_BLUEZ)
+  tandrell_shared(tandrellcore-bluez BlueZ SET TandrellCoreBlueZTargets COMPONENT bluez
+    FOLDERS tandrell-bluez-host
+    PUBLIC tandrellcore
+    PRIVATE SDBusCpp::sdbus-c++ Threads::Threads)
+  install(FILES ${PROJECT_SOURCE_DIR}/Hosts/BlueZ/BluezRadio.h
+          DESTINATION ${header_dir}/Hosts/BlueZ COMPONENT development)
+  install(EXPORT TandrellCoreBlueZTargets NAMESPACE TandrellCore:: DESTINATION ${config_dir}
+          COMPONENT development)
+endif()
 
 # Private headers stay here: the suffix Impl marks them, and these.
 foreach(folder TandrellCore Simulator Hosts/System)
@@ -89,6 +105,9 @@ endfunction()
 tandrell_pc(tandrellcore "${PROJECT_DESCRIPTION}" "protobuf, absl_function_ref, fmt")
 tandrell_pc(tandrellcore-simulator "Simulated radio and communicator, virtual time" tandrellcore)
 tandrell_pc(tandrellcore-system-host "Threads, clock and preferences of this machine" tandrellcore)
+if(TANDRELL_WITH_BLUEZ)
+  tandrell_pc(tandrellcore-bluez "The radio of Linux, over BlueZ" tandrellcore)
+endif()
 
 if(TANDRELL_BUILD_PROGRAM)
   install(TARGETS tandrell RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
@@ -106,6 +125,9 @@ set(CPACK_COMPONENTS_ALL library development)
 if(TANDRELL_BUILD_PROGRAM)
   list(APPEND CPACK_COMPONENTS_ALL tool)
 endif()
+if(TANDRELL_WITH_BLUEZ)
+  list(APPEND CPACK_COMPONENTS_ALL bluez)
+endif()
 set(library_package libtandrellcore${PROJECT_VERSION_MAJOR})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME ${library_package})
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_SECTION libs)
@@ -116,6 +138,12 @@ set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS
     "${library_package} (= ${PROJECT_VERSION}), libprotobuf-dev, libabsl-dev, libfmt-dev, nlohmann-json3-dev")
 set(CPACK_DEBIAN_DEVELOPMENT_DESCRIPTION "Headers and package files of TandrellCore, with its simulator")
+set(CPACK_DEBIAN_BLUEZ_PACKAGE_NAME libtandrellcore-bluez${PROJECT_VERSION_MAJOR})
+set(CPACK_DEBIAN_BLUEZ_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_BLUEZ_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_BLUEZ_PACKAGE_DEPENDS "${library_package} (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_BLUEZ_PACKAGE_RECOMMENDS bluez)
+set(CPACK_DEBIAN_BLUEZ_DESCRIPTION "The radio of Linux for TandrellCore, over BlueZ")
 set(CPACK_DEBIAN_TOOL_PACKAGE_NAME tandrell)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SECTION comm)
 set(CPACK_DEBIAN_TOOL_PACKAGE_SHLIBDEPS ON)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <TandrellCore/Platform/CentralManager.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <memory>
 #include <mutex>
@@ -14,7 +15,7 @@ namespace tandrell {
 /// Why the radio cannot be used; the texts are for people.
 enum class BluezError { noBus, noDaemon, noPermission, noAdapter, adapterOff };
 constexpr std::string_view errorDomain(BluezError) { return "BluezError"; }
-std::string_view errorText(BluezError error);
+TANDRELL_API std::string_view errorText(BluezError error);
 
 /// The problem of the moment; written by the back end, read from any thread.
 class BluezProblem {
@@ -55,7 +56,7 @@ struct BluezOptions {
 /// A peripheral's identifier is made from its address. A device that is connected when a manager
 /// with a restore identifier is made is handed over as restored. Connections of a manager without
 /// one end with it.
-class BluezRadio final : public CentralManagerFactory {
+class TANDRELL_API BluezRadio final : public CentralManagerFactory {
  public:
   explicit BluezRadio(BluezOptions options = {});
 
