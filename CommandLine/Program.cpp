@@ -1,5 +1,6 @@
 #include <CommandLine/Arguments.h>
 #include <CommandLine/Command.h>
+#include <CommandLine/DecodeCommand.h>
 #include <CommandLine/DeviceSettingsCommand.h>
 #include <CommandLine/ForecastCommand.h>
 #include <CommandLine/Program.h>
@@ -31,6 +32,7 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
   commands.push_back(std::make_unique<TrackCommand>());
   commands.push_back(std::make_unique<ForecastCommand>());
   commands.push_back(std::make_unique<DeviceSettingsCommand>());
+  commands.push_back(std::make_unique<DecodeCommand>());
   return commands;
 }
 
