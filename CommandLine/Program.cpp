@@ -4,6 +4,7 @@
 #include <CommandLine/ForecastCommand.h>
 #include <CommandLine/Program.h>
 #include <CommandLine/SendCommand.h>
+#include <CommandLine/SimCommand.h>
 #include <CommandLine/SosCommand.h>
 #include <CommandLine/StatusCommand.h>
 #include <CommandLine/TrackCommand.h>
@@ -31,6 +32,7 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
   commands.push_back(std::make_unique<TrackCommand>());
   commands.push_back(std::make_unique<ForecastCommand>());
   commands.push_back(std::make_unique<DeviceSettingsCommand>());
+  commands.push_back(std::make_unique<SimCommand>());
   return commands;
 }
 
