@@ -245,7 +245,7 @@ bool ScenarioRun::tellOutcomes(const Moment& at) {
       at, "summary", {{"sends", count}},
       {"", count == 0 ? "nothing was sent" : row("label", "what", "outcome", "after")});
   for (const auto& send : book_.sends()) tellSend(at, send, row);
-  return tellUnmet(at);
+  return interrupted_ || tellUnmet(at);
 }
 
 template <class Row>

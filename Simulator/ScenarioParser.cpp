@@ -157,7 +157,8 @@ class Parser {
     if (!read) return;
     statement.action = read(words);
     if (const auto* send = std::get_if<PhoneSend>(&statement.action)) noteLabel(words, send->label);
-    if (!joinFaults(statement)) scenario().statements.push_back(std::move(statement));
+    if (words.problem() || joinFaults(statement)) return;
+    scenario().statements.push_back(std::move(statement));
   }
 
   void noteLabel(Words& words, const std::string& label) {

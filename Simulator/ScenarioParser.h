@@ -18,8 +18,9 @@ struct ScenarioError {
 
 /// A scenario, or what is wrong with its text.
 struct ParsedScenario {
+  /// Without the statements that have errors.
   Scenario scenario;
-  /// By line, at most one for each; where there are any, the scenario is of no use.
+  /// By line, at most one for each.
   std::vector<ScenarioError> errors;
 };
 

@@ -29,15 +29,18 @@ class ScenarioWords {
   /// Cuts the line, which must outlive the words.
   explicit ScenarioWords(std::string_view line);
 
+  /// The first problem; absent as long as everything makes sense.
   const std::optional<std::string>& problem() const { return problem_; }
   /// Makes this the problem, unless there is one.
   void fail(std::string problem);
 
+  /// Whether every word has been read.
   bool atEnd() const { return next_ == words_.size(); }
   /// Everything that is still to be read, as it was written.
   std::string rest() const;
 
-  // Each of these reads the next word; `what` names for people what is expected there.
+  /// The next word, which is none in quotes. Each of these reads the next word; `what` names for
+  /// people what is expected there.
   std::string word(std::string_view what);
   /// A name that consists of letters, digits, '-' and '_'.
   std::string label();

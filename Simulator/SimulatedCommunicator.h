@@ -19,8 +19,8 @@ class SimulatedRadio;
 
 /// A satellite communicator on a simulated radio. It advertises its service, greets a phone that
 /// subscribes, transmits the parcels it is handed one at a time and reports "connecting",
-/// "sending" and "delivered" or "error" for each, tracks as the sessions say that it takes in, keeps
-/// and confirms settings, and answers forecast requests.
+/// "sending" and "delivered" or "error" for each, tracks as the sessions say that it takes in,
+/// keeps and confirms settings, and answers forecast requests.
 ///
 /// Every parcel is transmitted, also one whose identifier it has seen before.
 ///
