@@ -133,6 +133,7 @@ void ScenarioRun::didChange(const Moment& at, const std::string& type, const Fie
 }
 
 void ScenarioRun::didReceive(const Moment& at, const ::Parcel& parcel) {
+  if (finishing_) return;  // what the end of the connection brings is not the scenario's
   if (parcel.status() == ParcelStatus::none) return didReceiveInbound(at, parcel);
   const auto* send = book_.find(parcel.id());
   if (!send) return;
@@ -185,7 +186,7 @@ void ScenarioRun::didWrite(const Moment& at, std::uint32_t parcelId) {
 
 void ScenarioRun::didReject(const Moment& at, std::uint32_t parcelId, const Error& error) {
   const auto* send = book_.find(parcelId);
-  if (!send) return;
+  if (!send || finishing_) return;
   tell(at, "link", "rejected", {{"label", send->label}, {"error", error.description()}},
        fmt::format("{}: rejected, {}", send->label, error.description()));
   book_.didReject(at, parcelId, error, device_->records());
@@ -257,8 +258,8 @@ void ScenarioRun::tellSend(const Moment& at, const ScenarioSend& send, Row row) 
       records.parcels.begin(), records.parcels.end(),
       [&](const auto& received) { return received.parcel.id() == send.payload->parcelId(); });
   auto note = send.note;
-  if (atDevice && outcomeOf(send) == ScenarioOutcome::failed)
-    note += "; the device had taken it in";
+  const bool failed = outcomeOf(send) == ScenarioOutcome::failed;
+  if (atDevice && failed) note += "; the device had taken it in";
   parts_.output.block(
       at, "outcome",
       {{"label", send.label},

@@ -14,6 +14,9 @@ namespace {
 using Words = ScenarioWords;
 using Action = ScenarioStatement::Action;
 
+/// In bytes. A text of this length fits into every frame.
+constexpr std::size_t longestLine = 4000;
+
 constexpr std::string_view outcomeNames[] = {"delivered", "failed",  "merged",
                                              "lost",      "refused", "undecided"};
 
@@ -114,6 +117,9 @@ class Parser {
 
   void readLine(std::string_view line) {
     if (line.ends_with('\r')) line.remove_suffix(1);
+    if (line.size() > longestLine) {
+      return fail(line_, fmt::format("the line is longer than {} bytes", longestLine));
+    }
     if (!isUtf8(line)) return fail(line_, "the line is not UTF-8");
     const auto isControl = [](unsigned char c) { return (c < ' ' && c != '\t') || c == 0x7f; };
     if (std::any_of(line.begin(), line.end(), isControl)) {

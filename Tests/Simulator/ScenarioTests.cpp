@@ -193,6 +193,7 @@ TEST(Scenario, NamesWhatIsWrongInEveryLine) {
       {"end 5", "expected \"at\""},
       {"title \"\xC0\xAF\"", "not UTF-8"},
       {"title \"\xED\xA0\x80\"", "not UTF-8"},
+      {"title \"" + std::string(4000, 'x') + "\"", "longer than 4000 bytes"},
       {std::string("title \"\0\"", 9), "control character"},
   };
   std::string text = "at 1 phone track taken start\r\n";
