@@ -31,6 +31,10 @@ class Output {
 
   Output(Machine& machine, bool json);
 
+  /// People read the seconds since this moment, which is one of the events' timeline; since the
+  /// program's start until it is called.
+  void startAt(Duration start) { start_ = start; }
+
   /// `fields` is an object, `text` the same for people.
   void event(const Moment& at, std::string_view type, const Fields& fields, std::string_view text);
 
@@ -62,7 +66,7 @@ class Output {
   Machine& machine_;
   const bool json_;
   const bool terminal_;
-  const Duration start_;
+  Duration start_;
   bool progressShown_ = false;
   bool done_ = false;
 };

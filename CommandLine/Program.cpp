@@ -5,6 +5,7 @@
 #include <CommandLine/ForecastCommand.h>
 #include <CommandLine/Program.h>
 #include <CommandLine/SendCommand.h>
+#include <CommandLine/SimCommand.h>
 #include <CommandLine/SosCommand.h>
 #include <CommandLine/StatusCommand.h>
 #include <CommandLine/TrackCommand.h>
@@ -33,6 +34,7 @@ std::vector<std::unique_ptr<Command>> makeCommands() {
   commands.push_back(std::make_unique<ForecastCommand>());
   commands.push_back(std::make_unique<DeviceSettingsCommand>());
   commands.push_back(std::make_unique<DecodeCommand>());
+  commands.push_back(std::make_unique<SimCommand>());
   return commands;
 }
 

@@ -71,7 +71,16 @@ void CommunicatorFirmware::receiveParcel(const DeviceFrame& frame, FaultProgress
   records_.change([&](auto& records) { records.parcels.push_back({ports_.now(), parcel}); });
   const auto fate = faults.nextParcel();
   if (fate.sleep.count() > 0) sleepFor(fate.sleep);
+  follow(parcel.package());
   modem_.transmit(std::move(parcel), fate.slowness);
+}
+
+void CommunicatorFirmware::follow(const Package& package) {
+  TrackingSessionDto session;
+  if (package.type() != PackageType::trackingSession) return;
+  if (!session.ParseFromString(package.data())) return;
+  if (session.event() == TrackingSessionEvent::none) return;
+  setTracking(session.event() == TrackingSessionEvent::enable);
 }
 
 void CommunicatorFirmware::receiveSettings(const DeviceFrame& frame) {

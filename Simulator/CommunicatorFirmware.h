@@ -50,6 +50,8 @@ class TANDRELL_API CommunicatorFirmware {
 
  private:
   void receiveParcel(const DeviceFrame& frame, FaultProgress& faults);
+  /// Starts or stops to track where a session says so, without waiting for its transmission.
+  void follow(const Package& package);
   void receiveSettings(const DeviceFrame& frame);
   void reject(const DeviceFrame& frame, const std::string& reason);
 

@@ -127,6 +127,10 @@ FaultPlan& FaultPlan::sleepAtParcel(std::size_t n, std::chrono::seconds duration
 FaultPlan& FaultPlan::slowSatellite(std::size_t n, Duration by) {
   return add({.kind = FaultKind::slowSatellite, .at = n, .duration = by});
 }
+FaultPlan& FaultPlan::add(const FaultPlan& other) {
+  for (const auto& fault : other.faults()) add(fault);
+  return *this;
+}
 
 FaultPlan FaultPlan::fromSeed(std::uint32_t seed) { return fromSeed(seed, Extent{}); }
 

@@ -75,6 +75,9 @@ class TANDRELL_API FaultPlan {
   /// The satellite takes this much longer over parcel n.
   FaultPlan& slowSatellite(std::size_t n, Duration by);
 
+  /// Everything that the other plan holds.
+  FaultPlan& add(const FaultPlan& other);
+
   /// How long a drawn day is: faults fall within these counts.
   struct Extent {
     std::size_t faults = 8;

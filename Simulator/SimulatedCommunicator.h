@@ -20,8 +20,10 @@ class SimulatedRadio;
 
 /// A satellite communicator on a simulated radio. It advertises its service, greets a phone that
 /// subscribes, transmits the parcels it is handed one at a time and reports "connecting",
-/// "sending" and "delivered" or "error" for each, keeps and confirms settings, and answers forecast
-/// requests. Every parcel is transmitted, also one whose identifier it has seen before.
+/// "sending" and "delivered" or "error" for each, tracks as the sessions say that it takes in,
+/// keeps and confirms settings, and answers forecast requests.
+///
+/// Every parcel is transmitted, also one whose identifier it has seen before.
 ///
 /// Parcels for the phone wait while no phone is subscribed; other reports are dropped, for the
 /// greeting repeats them. What is in the air when the link drops is lost.
