@@ -29,10 +29,12 @@ function(tandrell_shared name export_name)
   target_link_libraries(${name} PUBLIC ${ARG_PUBLIC} PRIVATE ${ARG_PRIVATE})
   # What third-party headers instantiate in our objects is theirs, not ours to offer.
   target_link_options(${name} PRIVATE
-                      -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map
-                      $<$<NOT:$<BOOL:${TANDRELL_SANITIZE}>>:-Wl,--no-undefined>)
+                      -Wl,--version-script=${PROJECT_SOURCE_DIR}/cmake/exports.map)
   if(TANDRELL_SANITIZE)
+    # The sanitizer's own symbols come from the executable.
     target_link_options(${name} PRIVATE -fsanitize=${TANDRELL_SANITIZE})
+  else()
+    target_link_options(${name} PRIVATE -Wl,--no-undefined)
   endif()
   set_target_properties(${name} PROPERTIES EXPORT_NAME ${export_name} LINKER_LANGUAGE CXX
                         VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR}
