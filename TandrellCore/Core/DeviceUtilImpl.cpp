@@ -158,6 +158,7 @@ void DeviceUtilImpl::didConnect() {
     }
     self.initialTrackingState_.publish(DeviceTrackingState::disabled);
     self.settlePendingScanPromise(Result<State>::success(State::connected));
+    if (self.taskSafe_.waitsForSession) self.startNextTask();
   });
 }
 
@@ -181,9 +182,10 @@ void DeviceUtilImpl::resetTasks() {
   log.verbose("reset()", [&] {
     return fmt::format("reset: error out remaining tasks; count={}", taskSafe_.taskQueue.size());
   });
-  // The head is in flight: it is left to the pending parcels.
+  // A head in flight is left to the pending parcels.
+  const std::size_t first = firstWaitingTask();
   const auto tasks = std::exchange(taskSafe_.taskQueue, {});
-  for (std::size_t i = 1; i < tasks.size(); ++i) {
+  for (std::size_t i = first; i < tasks.size(); ++i) {
     ::Parcel parcel = tasks[i].parcel;
     parcel.set_status(ParcelStatus::error);
     log.debug("reset()",
@@ -192,7 +194,7 @@ void DeviceUtilImpl::resetTasks() {
     tasks[i].completeWithError(DeviceError::transferAborted);
   }
   waitingParcels_->clear();
-  taskSafe_.didStartTask = false;
+  taskSafe_.didStartTask = taskSafe_.waitsForSession = false;
   activityState_.publish(DeviceActivityState::disconnected);
   quality_.publish(0);
   firmwareVersion_.publish(std::nullopt);
@@ -286,8 +288,10 @@ void DeviceUtilImpl::startNextTask() {
   const auto current = session();
   if (!current) {
     log.verbose(operation, [] { return "startNextTask: failed. session is nil"; });
-    return;
+    taskSafe_.waitsForSession = true;
+    return reloadWaitingParcels();
   }
+  taskSafe_.waitsForSession = false;
   log.debug(operation,
             [&] { return fmt::format("startNextTask: count={}", taskSafe_.taskQueue.size()); });
   const auto& task = taskSafe_.taskQueue.front();

@@ -90,6 +90,7 @@ class DeviceUtilImpl final : public DeviceUtil,
   // Pending and waiting parcels; on the task store's queue.
   void addPendingParcel(const ::Parcel& parcel);
   void updatePendingParcel(const ::Parcel& parcel);
+  std::size_t firstWaitingTask() const;
   void reloadWaitingParcels();
   void reportWaitingParcels();
   void startPendingParcelsTimer();

@@ -38,11 +38,13 @@ void DeviceUtilImpl::updatePendingParcel(const ::Parcel& parcel) {
   pendingParcels_->setValue(pending);
 }
 
+std::size_t DeviceUtilImpl::firstWaitingTask() const { return taskSafe_.waitsForSession ? 0 : 1; }
+
 void DeviceUtilImpl::reloadWaitingParcels() {
   PendingParcels waiting;
   const Date now = environment_.wallClock->date();
   const auto& tasks = taskSafe_.taskQueue;
-  for (std::size_t i = 1; i < tasks.size(); ++i) {
+  for (std::size_t i = firstWaitingTask(); i < tasks.size(); ++i) {
     waiting.insert_or_assign(tasks[i].parcel.id(), makePendingParcel(tasks[i].parcel, now));
   }
   waitingParcels_->setValue(waiting);

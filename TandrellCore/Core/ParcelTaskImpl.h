@@ -30,6 +30,9 @@ class TaskSafe : public Safe {
   /// The first is the one in flight while `didStartTask` is set.
   std::vector<ParcelTask> taskQueue;
   bool didStartTask = false;
+  /// The first one was to be started while there was no session: it is not in flight but waits for
+  /// the connection, and a reset fails it like those behind it.
+  bool waitsForSession = false;
 };
 
 }  // namespace tandrell

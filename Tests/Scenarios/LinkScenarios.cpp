@@ -127,8 +127,6 @@ TEST(Scenario, AParcelOfWhichTheDeviceIsSilentTimesOutAfterTheNextConnection) {
 TEST(Scenario, TheAllowanceOfAParcelIsExceededOnlyAfterNinetySeconds) {
   for (const auto& [silence, timesOut] : {std::pair(90.0, false), std::pair(90.001, true)}) {
     World world({.communicator = {.reception = Reception::silent}});
-    (void)world.link->send(World::message(1, "lost"));
-    world.time->runDue();
     const Date old = world.time->date().plusSeconds(-silence);
     world.defaults->setObject(
         {copyOf(viewOf("[1,{\"parcelId\":1,\"packageType\":0,\"date\":" +
@@ -141,6 +139,30 @@ TEST(Scenario, TheAllowanceOfAParcelIsExceededOnlyAfterNinetySeconds) {
     world.time->advance(31s);
     EXPECT_EQ(world.statusesOf(1).size(), timesOut ? 1u : 0u) << silence;
   }
+}
+
+TEST(Scenario, WhatIsSentBeforeTheFirstScanWaitsForTheConnectionOrItsEnd) {
+  World world;
+  (void)world.link->send(World::message(1, "early"));
+  (void)world.link->send(World::message(2, "early too"));
+  world.time->runDue();
+  ASSERT_TRUE(world.connect());
+  world.time->advance(60s);
+  EXPECT_EQ(world.timesReceived(1), 1u);
+  EXPECT_EQ(world.timesReceived(2), 1u);
+  EXPECT_TRUE(world.ended(2));
+
+  World deserted;
+  deserted.communicator->setInRange(false);
+  std::optional<Error> failed;
+  deserted.link->send(World::message(1, "early")).onError([&](const Error& e) { failed = e; });
+  deserted.time->runDue();
+  deserted.link->toggleScan();
+  deserted.time->advance(1s);
+  deserted.link->toggleScan();
+  deserted.time->advance(1s);
+  EXPECT_EQ(failed, Error(DeviceError::transferAborted));
+  EXPECT_THAT(deserted.statusesOf(1), ElementsAre(error));
 }
 
 TEST(Scenario, ARestartReportsWhatWaitedAndTheNewLifeTimesOutWhatWasPending) {
