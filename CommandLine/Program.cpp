@@ -14,6 +14,7 @@
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <google/protobuf/stubs/logging.h>
 
 #include <algorithm>
 #include <memory>
@@ -180,6 +181,8 @@ class Program {
 
 int runProgram(const std::vector<std::string>& arguments, Machine& machine,
                const LinkMaker& makeLink) {
+  // Its runtime would write to the standard error stream by itself, of what the program reports.
+  google::protobuf::SetLogHandler(nullptr);
   return Program(machine, makeLink).run(arguments);
 }
 

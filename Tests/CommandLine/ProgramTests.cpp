@@ -214,7 +214,7 @@ TEST(ArgumentTests, HelpOfEveryCommandHasAnExample) {
   EXPECT_EQ(machine.run({"--help"}), 0);
   EXPECT_THAT(machine.out, HasSubstr("watch"));
   for (const std::string command :
-       {"send", "watch", "status", "sos", "track", "forecast", "settings"}) {
+       {"send", "watch", "status", "sos", "track", "forecast", "settings", "decode", "sim"}) {
     EXPECT_EQ(machine.run({command, "--help"}), 0);
     EXPECT_THAT(machine.out, HasSubstr("Example:\n  tandrell " + command));
   }
