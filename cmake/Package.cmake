@@ -113,6 +113,8 @@ endif()
 
 if(TANDRELL_BUILD_PROGRAM)
   install(TARGETS tandrell RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tool)
+  install(DIRECTORY ${PROJECT_SOURCE_DIR}/Scenarios
+          DESTINATION ${CMAKE_INSTALL_DATADIR}/tandrellcore COMPONENT tool)
 endif()
 
 # Debian packages: cpack -G DEB
