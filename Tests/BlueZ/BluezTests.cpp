@@ -1,6 +1,8 @@
-#include <Tests/BlueZ/Listener.h>
+#include <Hosts/BlueZ/BluezRadio.h>
+#include <Hosts/System/SystemDispatcher.h>
 #include <Tests/BlueZ/PrivateBus.h>
 #include <Tests/BlueZ/ScriptedBluez.h>
+#include <Tests/Contracts/Listener.h>
 
 #include <gtest/gtest.h>
 

@@ -44,7 +44,19 @@ ScriptedBluez::ScriptedBluez(const std::string& address, bool powered)
 ScriptedBluez::~ScriptedBluez() { connection_->leaveEventLoop(); }
 
 sdbus::IObject& ScriptedBluez::add(const std::string& path) {
-  return *(objects_[path] = sdbus::createObject(*connection_, path));
+  auto made = sdbus::createObject(*connection_, path);
+  const std::lock_guard lock(mutex_);
+  return *(objects_[path] = std::move(made));
+}
+
+sdbus::IObject& ScriptedBluez::object(const std::string& path) {
+  const std::lock_guard lock(mutex_);
+  return *objects_.at(path);
+}
+
+bool ScriptedBluez::hasDevice() {
+  const std::lock_guard lock(mutex_);
+  return objects_.contains(devicePath);
 }
 
 void ScriptedBluez::addMethod(sdbus::IObject& object, const char* interface, const char* method) {
@@ -72,8 +84,10 @@ void ScriptedBluez::addDevice() {
 }
 
 void ScriptedBluez::removeDevice() {
-  objects_.at(devicePath)->emitInterfacesRemovedSignal({device});
-  objects_.erase(devicePath);
+  object(devicePath).emitInterfacesRemovedSignal({device});
+  std::unique_lock lock(mutex_);
+  const auto removed = objects_.extract(devicePath);
+  lock.unlock();  // before it goes, for that takes the bus's own lock
 }
 
 void ScriptedBluez::addServices() {
@@ -97,6 +111,10 @@ void ScriptedBluez::addCharacteristic(const std::string& path, const char* uuid,
       .onInterface(characteristic)
       .implementedAs([this](Result&& result, Data bytes, Options options) {
         const auto type = options["type"].get<std::string>();
+        {
+          const std::lock_guard lock(mutex_);
+          written_.insert(written_.end(), bytes.begin(), bytes.end());
+        }
         didCall("WriteValue", "WriteValue " + std::to_string(bytes.size()) + " " + type,
                 std::move(result));
       });
@@ -113,7 +131,7 @@ void ScriptedBluez::addCharacteristic(const std::string& path, const char* uuid,
 }
 
 void ScriptedBluez::changed(const std::string& path, const char* interface, const char* name) {
-  objects_.at(path)->emitPropertiesChangedSignal(interface, {name});
+  object(path).emitPropertiesChangedSignal(interface, {name});
 }
 
 void ScriptedBluez::setPowered(bool powered) {
@@ -177,26 +195,37 @@ void ScriptedBluez::answer(const std::string& method, const std::string& error,
 }
 
 void ScriptedBluez::complete(const std::string& method, const std::optional<sdbus::Error>& error) {
+  std::unique_lock lock(mutex_);
+  auto held = held_.extract(method);
+  lock.unlock();
+  if (held.empty()) return;
+  error ? held.mapped().returnError(*error) : held.mapped().returnResults();
+}
+
+void ScriptedBluez::react(const std::string& method, std::function<bool()> reaction) {
+  reactions_[method] = std::move(reaction);
+}
+
+Data ScriptedBluez::written() {
   const std::lock_guard lock(mutex_);
-  auto result = std::move(held_.extract(method).mapped());
-  error ? result.returnError(*error) : result.returnResults();
+  return written_;
 }
 
 void ScriptedBluez::didCall(const std::string& method, const std::string& call, Result result) {
-  const std::lock_guard lock(mutex_);
+  std::unique_lock lock(mutex_);
   Script script;
   auto& scripts = scripts_[method];
   if (!scripts.empty()) {
     script = std::move(scripts.front());
     scripts.pop_front();
   }
-  if (script.held) {
-    held_.emplace(method, std::move(result));
-  } else {
-    script.error ? result.returnError(*script.error) : result.returnResults();
-  }
+  held_.emplace(method, std::move(result));
   calls_.push_back(call);
   arrived_.notify_all();
+  lock.unlock();
+  const auto reaction = reactions_.find(method);
+  const bool answered = reaction == reactions_.end() || reaction->second();
+  if (answered && !script.held) complete(method, script.error);
 }
 
 std::string ScriptedBluez::nextCall() {

@@ -6,6 +6,7 @@
 
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -17,7 +18,7 @@ namespace tandrell {
 
 /// A bluetoothd that does what the test says, on a bus of the test's own: one adapter, one device
 /// with the communicator's service. It notes down every call, and answers it at once unless told to
-/// fail or to hold the answer back. Used on the test's thread.
+/// fail or to hold the answer back. Used on the test's thread, and in reactions.
 class ScriptedBluez {
  public:
   static constexpr const char* adapterPath = "/org/bluez/hci0";
@@ -33,6 +34,7 @@ class ScriptedBluez {
 
   // Its objects; what is not signalled is only there to be read.
   void addDevice();
+  bool hasDevice();
   void removeDevice();
   void addServices();
   void setPowered(bool powered);
@@ -42,11 +44,19 @@ class ScriptedBluez {
   void notify(Data value);
   void sight();
 
-  /// The next call of the method fails, or is answered only by `answer`.
+  /// The next call of the method fails, or is answered only by `answer`, which does nothing where
+  /// there is no such call.
   void fail(const std::string& method, const std::string& error, const std::string& text);
   void hold(const std::string& method);
   void answer(const std::string& method);
   void answer(const std::string& method, const std::string& error, const std::string& text);
+
+  /// What happens on each call of the method, before its answer, on the bus's thread; returns
+  /// whether it is answered now. To be set before there is anybody to call.
+  void react(const std::string& method, std::function<bool()> reaction);
+
+  /// All bytes that were written.
+  Data written();
 
   /// Waits for the next call, which must be this one: the method, and what a write carries.
   std::string nextCall();
@@ -59,6 +69,7 @@ class ScriptedBluez {
   };
 
   sdbus::IObject& add(const std::string& path);
+  sdbus::IObject& object(const std::string& path);
   void addMethod(sdbus::IObject& object, const char* interface, const char* method);
   void addCharacteristic(const std::string& path, const char* uuid, bool notifies);
   void didCall(const std::string& method, const std::string& call, Result result);
@@ -76,6 +87,8 @@ class ScriptedBluez {
   std::deque<std::string> calls_;
   std::map<std::string, std::deque<Script>> scripts_;
   std::map<std::string, Result> held_;
+  std::map<std::string, std::function<bool()>> reactions_;
+  Data written_;
   bool powered_;
   bool connected_ = false;
   bool resolved_ = false;

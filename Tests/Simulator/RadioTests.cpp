@@ -34,48 +34,6 @@ TEST(SimulatedRadio, LeadsFromPowerOnToGreetingAndThenStandsStill) {
   EXPECT_EQ(world.time->nextDue(), std::nullopt);
 }
 
-TEST(SimulatedRadio, AttemptWaitsForTheDeviceUntilItIsCancelled) {
-  World world;
-  world.time->advance(250ms);  // discovered, connecting
-  world.device->setInRange(false);
-  world.time->advance(1h);
-  world.phone->manager->cancelConnection(world.phone->discovered.front());
-  world.phone->manager->connect(world.phone->discovered.front());
-  world.time->advance(1h);
-  EXPECT_THAT(world.phone->takeTrace(),
-              ElementsAre("50 state poweredOn", "250 discovered", "3600250 disconnected"));
-  world.device->setInRange(true);
-  world.time->advance(100ms);
-  EXPECT_THAT(world.phone->takeTrace(), ElementsAre("7200350 connected"));
-  world.phone->manager->connect(world.phone->discovered.front());
-  world.time->runDue();
-  EXPECT_THAT(world.phone->takeTrace(), ElementsAre("7200350 connected"));
-}
-
-TEST(SimulatedRadio, LostLinkLeavesItsWorkUnansweredAndComesBackAsTheSamePeripheral) {
-  World world;
-  world.meet();
-  const auto before = world.phone->peripheral;
-  world.phone->send(Data(20, 1));
-  before->discoverServices({});
-  world.device->reportBattery(50);
-  world.device->dropLink();
-  world.time->advance(1s);
-  const auto trace = world.phone->takeTrace();
-  ASSERT_GE(trace.size(), 3u);
-  EXPECT_EQ(trace[0], "1000 disconnected " + lost);
-  EXPECT_EQ(trace[1], "1200 discovered");
-  EXPECT_EQ(trace[2], "1300 connected");
-  EXPECT_EQ(world.phone->peripheral, before);
-  EXPECT_EQ(world.device->records().connections, 2u);
-  EXPECT_THAT(world.device->records().chunks, IsEmpty());
-
-  world.phone->manager->cancelConnection(before);
-  world.phone->eager = false;
-  world.time->advance(1s);
-  EXPECT_THAT(world.phone->takeTrace(), ElementsAre("2000 disconnected"));
-}
-
 TEST(SimulatedRadio, LosesEverythingWithItsPower) {
   World world;
   world.meet();

@@ -1,10 +1,11 @@
 #pragma once
 
-#include <Hosts/BlueZ/BluezRadio.h>
-#include <Hosts/System/SystemDispatcher.h>
+#include <TandrellCore/Platform/CentralManager.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -14,44 +15,62 @@
 namespace tandrell {
 
 /// An application of a central: notes down what it is told, and lets the test wait for the next
-/// event and give orders on the central's queue.
+/// event and give orders on the central's queue. What is told out of turn, beside another call or
+/// from inside an order, is marked in the event.
 class Listener final : public CentralManagerDelegate,
                        public PeripheralDelegate,
                        public std::enable_shared_from_this<Listener> {
  public:
-  static std::shared_ptr<Listener> make(SystemDispatcher& dispatcher, BluezRadio& radio,
-                                        std::optional<std::string> restoreIdentifier = {}) {
+  /// Lets time pass until the condition holds; absent where time passes by itself.
+  using Pump = std::function<void(const std::function<bool()>& condition)>;
+
+  static std::shared_ptr<Listener> make(Dispatcher& dispatcher, CentralManagerFactory& radio,
+                                        std::optional<std::string> restoreIdentifier = {},
+                                        Pump pump = {}) {
     auto self = std::make_shared<Listener>();
+    self->pump_ = std::move(pump);
     self->queue_ =
         dispatcher.makeQueue("Central", QualityOfService::standard, QueueKind::concurrent);
-    const std::lock_guard lock(self->mutex_);
-    self->manager = radio.makeCentralManager(self, self->queue_, {std::move(restoreIdentifier)});
+    self->queue_->syncBarrier([&] {
+      self->manager = radio.makeCentralManager(self, self->queue_, {std::move(restoreIdentifier)});
+    });
     return self;
   }
 
   /// The next event, or "nothing" after 20 seconds without one.
   std::string next() {
-    std::unique_lock lock(mutex_);
-    if (!arrived_.wait_for(lock, std::chrono::seconds(20), [this] { return !events_.empty(); })) {
-      return "nothing";
+    const auto hasEvent = [this] { return !events_.empty(); };
+    if (pump_) {
+      pump_([&] {
+        const std::lock_guard lock(mutex_);
+        return hasEvent();
+      });
     }
+    std::unique_lock lock(mutex_);
+    const auto limit = std::chrono::seconds(pump_ ? 0 : 20);
+    if (!arrived_.wait_for(lock, limit, hasEvent)) return "nothing";
     auto event = std::move(events_.front());
     events_.pop_front();
     return event;
   }
 
+  /// Whether nothing was told since the last event that was taken.
+  bool isSilent() {
+    const std::lock_guard lock(mutex_);
+    return events_.empty();
+  }
+
   /// Runs the order on the central's queue.
   template <class Order>
   void ask(Order order) {
-    queue_->asyncBarrier([self = shared_from_this(), order] { order(*self); });
+    queue_->asyncBarrier([self = shared_from_this(), order] {
+      ++self->inside_;
+      order(*self);
+      --self->inside_;
+    });
   }
 
-  void didUpdateState() override {
-    std::unique_lock lock(mutex_);  // the manager is set under it
-    const auto state = manager->state();
-    lock.unlock();
-    note("state " + std::string(nameOf(state)));
-  }
+  void didUpdateState() override { note("state " + std::string(nameOf(manager->state()))); }
   void didDiscover(const PeripheralPtr& found, const Advertisement& advertisement) override {
     take(found);
     note("discovered " + advertisement.localName);
@@ -70,7 +89,7 @@ class Listener final : public CentralManagerDelegate,
 
   void didDiscoverServices(const std::vector<GattService>& services,
                            const std::optional<Error>&) override {
-    service = services.at(0);
+    if (!services.empty()) service = services[0];
     note("services " + std::to_string(services.size()));
   }
   void didDiscoverCharacteristics(const GattService&, const std::vector<GattCharacteristic>& found,
@@ -102,12 +121,18 @@ class Listener final : public CentralManagerDelegate,
     peripheral->setDelegate(weak_from_this());
   }
   void note(std::string event) {
-    const std::lock_guard lock(mutex_);
-    events_.push_back(std::move(event));
-    arrived_.notify_all();
+    if (++inside_ != 1) event += " out of turn";
+    {
+      const std::lock_guard lock(mutex_);
+      events_.push_back(std::move(event));
+      arrived_.notify_all();
+    }
+    --inside_;
   }
 
+  Pump pump_;
   QueuePtr queue_;
+  std::atomic<int> inside_ = 0;
   std::mutex mutex_;
   std::condition_variable arrived_;
   std::deque<std::string> events_;
