@@ -23,13 +23,13 @@ TEST(FaultPlan, DropsAtTheByte) {
     world.meet();
     world.phone->send(byteCount(60));
     world.time->advance(100ms);
-    auto trace = world.phone->takeTrace();
+    auto trace = world.phone->takeEvents();
     if (cut == CutWrite::answered) {
       ASSERT_EQ(trace.size(), 3u);
-      EXPECT_EQ(trace[1], "1045 #1 written CBErrorDomain 7 (peripheralDisconnected)");
+      EXPECT_EQ(trace[1], "1045 written CBErrorDomain 7 (peripheralDisconnected)");
       trace.erase(trace.begin() + 1);
     }
-    EXPECT_THAT(trace, ElementsAre("1030 #1 written",
+    EXPECT_THAT(trace, ElementsAre("1030 written nil",
                                    "1045 disconnected CBErrorDomain 7 (peripheralDisconnected)"));
     world.time->advance(1s);
     EXPECT_EQ(world.device->records().malformed.back().bytes, byteCount(30));
@@ -49,15 +49,15 @@ TEST(FaultPlan, RefusesLosesAndHoldsCompletions) {
   world.meet();
   world.phone->send(byteCount(1));
   world.time->advance(100ms);
-  EXPECT_THAT(world.phone->takeTrace(),
-              ElementsAre("1030 #1 written CBErrorDomain 8 (uuidNotAllowed)"));
+  EXPECT_THAT(world.phone->takeEvents(),
+              ElementsAre("1030 written CBErrorDomain 8 (uuidNotAllowed)"));
   world.device->dropLink();
   world.time->advance(1s);
   EXPECT_THAT(world.device->records().malformed, IsEmpty());
-  world.phone->takeTrace();
+  world.phone->takeEvents();
   world.phone->send(byteCount(40));
   world.time->advance(1h);
-  EXPECT_THAT(world.phone->takeTrace(), ElementsAre("2130 #2 written"));
+  EXPECT_THAT(world.phone->takeEvents(), ElementsAre("2130 written nil"));
   EXPECT_EQ(world.device->records().chunks.size(), 3u);
 
   // The late answer reaches the delegate that asked, though the link was lost in between.
@@ -67,10 +67,10 @@ TEST(FaultPlan, RefusesLosesAndHoldsCompletions) {
   world.time->advance(1s);
   world.device->dropLink();
   world.time->advance(1s);
-  world.phone->takeTrace();
+  world.phone->takeEvents();
   world.phone->send(byteCount(1));
   world.time->advance(1min);
-  EXPECT_THAT(world.phone->takeTrace(), ElementsAre("3605130 #4 written", "3613130 #3 written"));
+  EXPECT_THAT(world.phone->takeEvents(), ElementsAre("3605130 written nil", "3613130 written nil"));
 }
 
 TEST(FaultPlan, CutsAndJoinsNotifications) {

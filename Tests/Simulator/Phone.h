@@ -4,6 +4,7 @@
 #include <Simulator/SimulatedCommunicator.h>
 #include <Simulator/SimulatedRadio.h>
 #include <Simulator/VirtualTime.h>
+#include <Tests/Contracts/Listener.h>
 
 #include <deque>
 #include <memory>
@@ -13,10 +14,9 @@
 
 namespace tandrell {
 
-/// A scripted central: notes down everything it is told as "milliseconds event", and when `eager`,
-/// scans, connects, discovers and subscribes as soon as it can. Each connection gets a delegate of
-/// its own, whose number stands in front of its events.
-class Phone : public CentralManagerDelegate, public std::enable_shared_from_this<Phone> {
+/// A central's application that notes down "milliseconds event" and, when `eager`, scans, connects,
+/// discovers and subscribes as soon as it can, and takes apart what the device sends.
+class Phone final : public Listener {
  public:
   static std::shared_ptr<Phone> make(const std::shared_ptr<VirtualTime>& time,
                                      const std::shared_ptr<SimulatedRadio>& radio,
@@ -26,42 +26,39 @@ class Phone : public CentralManagerDelegate, public std::enable_shared_from_this
   /// Writes in pieces of 20 bytes, each after the confirmation of the one before.
   void send(const Data& bytes);
   void send(const Parcel& parcel);
-  void write(const Data& bytes, WriteType type);
 
   void didUpdateState() override;
   void didDiscover(const PeripheralPtr& found, const Advertisement& advertisement) override;
   void didConnect(const PeripheralPtr& connected) override;
   void didDisconnect(const PeripheralPtr& lost, const std::optional<Error>& error) override;
   void didFailToConnect(const PeripheralPtr& failed, const std::optional<Error>& error) override;
-  void willRestoreState(const std::vector<PeripheralPtr>& restored) override;
+  void didDiscoverServices(const std::vector<GattService>& services,
+                           const std::optional<Error>& error) override;
+  void didDiscoverCharacteristics(const GattService& in,
+                                  const std::vector<GattCharacteristic>& found,
+                                  const std::optional<Error>& error) override;
+  void didUpdateValue(const GattCharacteristic& characteristic, std::optional<Data> value,
+                      const std::optional<Error>& error) override;
+  void didWriteValue(const GattCharacteristic& characteristic,
+                     const std::optional<Error>& error) override;
 
-  /// The trace since the last call.
-  std::vector<std::string> takeTrace();
   /// The reports on parcels so far: "milliseconds id status".
   const std::vector<std::string>& reports() const { return reports_; }
 
-  std::shared_ptr<CentralManager> manager;
-  PeripheralPtr peripheral;
-  std::vector<PeripheralPtr> discovered;
   std::vector<Data> notifications;
   std::vector<DeviceFrame> frames;
   bool eager = true;
 
  private:
-  class Ear;
-
-  void note(const std::string& event);
-  void listen(const PeripheralPtr& to);
+  void note(std::string event) override;
+  std::string stamped(const std::string& text) const;
+  void scan();
   void writeNext();
   void received(const DeviceFrame& frame);
 
   std::shared_ptr<VirtualTime> time_;
-  QueuePtr queue_;
-  std::vector<std::shared_ptr<Ear>> ears_;  // all of them, to hear what comes too late
-  std::optional<GattCharacteristic> receiving_;
   std::deque<Data> outgoing_;
   DeviceFramer framer_;
-  std::vector<std::string> trace_;
   std::vector<std::string> reports_;
 };
 
@@ -78,7 +75,7 @@ struct World {
   /// Runs long enough for the phone to be subscribed and greeted.
   void meet() {
     time->advance(std::chrono::seconds(1));
-    phone->takeTrace();
+    phone->takeEvents();
   }
 
   std::shared_ptr<VirtualTime> time;

@@ -140,7 +140,7 @@ TEST(Scenario, PlaysTheDevicesSideForAnotherPhone) {
   EXPECT_THAT(types, ElementsAre(5, 3, 6, 6, 8, 2, 0, 0, 3, 7, 3));
   EXPECT_FALSE(player->isDone());
   world.time->advance(30s);
-  const auto trace = world.phone->takeTrace();
+  const auto trace = world.phone->takeEvents();
   EXPECT_GE(std::count_if(
                 trace.begin(), trace.end(),
                 [](const auto& event) { return event.find("disconnect") != std::string::npos; }),
