@@ -34,6 +34,7 @@ class BluezProblem {
   std::optional<BluezError> problem_;
 };
 
+/// Which radio, which devices and which bus.
 struct BluezOptions {
   /// The adapter's name, such as "hci0"; empty for the first one.
   std::string adapter;
