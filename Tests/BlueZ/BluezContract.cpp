@@ -77,7 +77,8 @@ class ScriptedBluezWorld final : public CentralWorld {
 };
 
 INSTANTIATE_TEST_SUITE_P(ScriptedBluez, CentralContract,
-                         testing::Values([] { return std::make_unique<ScriptedBluezWorld>(); }));
+                         testing::Values(CentralWorldKind{
+                             "healthy", [] { return std::make_unique<ScriptedBluezWorld>(); }}));
 
 }  // namespace
 }  // namespace tandrell

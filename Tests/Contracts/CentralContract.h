@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <memory>
+#include <ostream>
 
 namespace tandrell {
 
@@ -28,9 +29,15 @@ class CentralWorld {
   virtual Data written() = 0;  ///< all bytes that reached it
 };
 
+struct CentralWorldKind {
+  const char* name;
+  std::function<std::unique_ptr<CentralWorld>()> make;
+
+  friend void PrintTo(const CentralWorldKind& kind, std::ostream* out) { *out << kind.name; }
+};
+
 /// What every central manager does; the numbers are those of Documents/Porting.md.
-class CentralContract
-    : public testing::TestWithParam<std::function<std::unique_ptr<CentralWorld>()>> {
+class CentralContract : public testing::TestWithParam<CentralWorldKind> {
  protected:
   void begin(std::optional<std::string> restoreIdentifier = {});
   void expect(const std::string& event) { EXPECT_EQ(application->next(), event); }
@@ -44,7 +51,7 @@ class CentralContract
   /// Everything, from the scan to the subscription.
   void meet();
 
-  std::unique_ptr<CentralWorld> world = GetParam()();
+  std::unique_ptr<CentralWorld> world = GetParam().make();
   std::shared_ptr<Listener> application;
 };
 

@@ -44,9 +44,11 @@ class SimulatedCentralWorld final : public CentralWorld {
 
 INSTANTIATE_TEST_SUITE_P(
     SimulatedRadio, CentralContract,
-    testing::Values([] { return std::make_unique<SimulatedCentralWorld>(std::nullopt); },
-                    [] { return std::make_unique<SimulatedCentralWorld>(1); },
-                    [] { return std::make_unique<SimulatedCentralWorld>(2); }));
+    testing::Values(
+        CentralWorldKind{"posted",
+                         [] { return std::make_unique<SimulatedCentralWorld>(std::nullopt); }},
+        CentralWorldKind{"seed1", [] { return std::make_unique<SimulatedCentralWorld>(1); }},
+        CentralWorldKind{"seed2", [] { return std::make_unique<SimulatedCentralWorld>(2); }}));
 
 }  // namespace
 }  // namespace tandrell
