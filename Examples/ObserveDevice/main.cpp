@@ -11,6 +11,7 @@
 
 #include <fmt/format.h>
 
+#include <functional>
 #include <iostream>
 #include <string>
 #include <utility>
