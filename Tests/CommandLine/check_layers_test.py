@@ -20,6 +20,8 @@ PLANTED = [
     ("Simulator/I.cpp", "std::thread t(run);", "thread"),
     ("TandrellCore/Utility/J.cpp", "std::random_device device;", "random device"),
     ("CommandLine/K.cpp", "std::ofstream file(path);", "file"),
+    ("Examples/OwnHost/main.cpp", "std::thread t(run);", "thread"),
+    ("Examples/OwnHost/Host/S.cpp", "usleep(1);", "sleeps"),
 ]
 ALLOWED = [
     ("TandrellCore/Core/L.cpp", "#include <TandrellCore/Core/DeviceUtilImpl.h>"),
@@ -29,6 +31,7 @@ ALLOWED = [
     ("Hosts/System/P.cpp", "std::thread t([] { usleep(1); });"),
     ("Tests/Hosts/Q.cpp", "std::thread t(run);"),
     ("CommandLine/R.cpp", "#include <Simulator/VirtualTime.h>"),
+    ("Examples/OwnHost/Host/T.cpp", "std::thread t(run);"),
 ]
 
 
