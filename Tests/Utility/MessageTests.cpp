@@ -34,6 +34,23 @@ TEST(Message, KeepsWhatItDoesNotKnow) {
   EXPECT_TRUE(isEqual(copy, *parcel));
   copy.DiscardUnknownFields();
   EXPECT_FALSE(isEqual(copy, *parcel));
+  EXPECT_EQ(hashOf(copy), hashOf(*parcel));
+  copy.set_id(1);
+  EXPECT_NE(hashOf(copy), hashOf(*parcel));
+}
+
+TEST(Message, ReadsAndWritesTheServersJson) {
+  const auto page = fromJson<::ConversationSyncResponse>(
+      R"({"nextCursor": "7", "hasMore": true, "newInThisServer": [1],
+          "contacts": [{"integrationType": "IntegrationTypeGeos"}]})");
+  ASSERT_TRUE(page.isSuccess()) << page.error().description();
+  EXPECT_EQ(page.value().contacts(0).integrationtype(), IntegrationType::geos);
+  EXPECT_EQ(toJson(page.value()).value(),
+            R"({"contacts":[{"integrationType":"IntegrationTypeGeos"}],)"
+            R"("nextCursor":"7","hasMore":true})");
+  const auto broken = fromJson<::ConversationSyncResponse>(R"({"hasMore": "perhaps"})");
+  EXPECT_EQ(broken.error().domain, "JsonError");
+  EXPECT_THAT(broken.error().text, testing::HasSubstr("hasMore"));
 }
 
 TEST(Message, LogsWhatCannotBeReadOrWritten) {

@@ -2,12 +2,17 @@
 
 #include <TandrellCore/Platform/Data.h>
 #include <TandrellCore/Platform/Export.h>
+#include <TandrellCore/Platform/Result.h>
 #include <TandrellCore/Proto/Names.h>
 
 #include <google/protobuf/message.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
 
 namespace tandrell {
 
@@ -28,6 +33,32 @@ std::optional<Message> fromData(DataView data) {
 
 /// Equal in all fields and in all unknown fields.
 TANDRELL_API bool isEqual(const google::protobuf::Message& a, const google::protobuf::Message& b);
+
+/// The same for equal messages; unknown fields do not count. For tables in memory only: it may be
+/// another one in the next version.
+TANDRELL_API std::size_t hashOf(const google::protobuf::Message& message);
+
+/// Why a message cannot be written as JSON, or a text is not that message; the error's text says
+/// where.
+enum class JsonError { cannotWrite, cannotRead };
+constexpr std::string_view errorDomain(JsonError) { return "JsonError"; }
+
+/// The message in protobuf's JSON form: fields under their own names, without those at their
+/// default; enumerations by the names of their values, 64-bit numbers as texts, bytes in Base64.
+TANDRELL_API Result<std::string> toJson(const google::protobuf::Message& message);
+
+/// Reads that form into `message`, in place of what it held; absent when that went well. Fields
+/// that it does not know are passed over: a server may be newer than the application.
+TANDRELL_API std::optional<Error> parseFromJson(std::string_view text,
+                                                google::protobuf::Message& message);
+
+/// The message in this text, as `parseFromJson` reads it.
+template <class Message>
+Result<Message> fromJson(std::string_view text) {
+  Message message;
+  const auto error = parseFromJson(text, message);
+  return error ? Result<Message>::error(*error) : Result<Message>::success(std::move(message));
+}
 
 /// One line with all fields, for log lines.
 TANDRELL_API std::string debugText(const google::protobuf::Message& message);
