@@ -1,13 +1,14 @@
 // Sends a text message to a simulated communicator, in real time, and awaits its delivery in a
 // coroutine: one function that reads from top to bottom, in place of a chain of call backs.
 
+#include "Courier.h"
+
 #include <Hosts/System/SystemEnvironment.h>
 #include <Simulator/MemoryUserDefaults.h>
 #include <Simulator/SimulatedCommunicator.h>
 #include <Simulator/SimulatedRadio.h>
 #include <TandrellCore/Api/TandrellDevice.h>
 
-#include "Courier.h"
 #include <iostream>
 #include <string>
 

@@ -5,14 +5,15 @@
 //
 // Usage: example [FILE]   where the preferences are kept (own-host.preferences)
 
+#include "Host/FileUserDefaults.h"
+#include "Host/LineLog.h"
+#include "Host/LoopDispatcher.h"
+
 #include <Hosts/System/SystemEnvironment.h>
 #include <Simulator/SimulatedCommunicator.h>
 #include <Simulator/SimulatedRadio.h>
 #include <TandrellCore/Api/TandrellDevice.h>
 
-#include "Host/FileUserDefaults.h"
-#include "Host/LineLog.h"
-#include "Host/LoopDispatcher.h"
 #include <future>
 #include <iostream>
 #include <memory>
@@ -60,10 +61,10 @@ bool comes(std::promise<void>& event) {
 /// waits; absent when it does not get that far.
 std::optional<std::uint32_t> firstLife(const Store& store) {
   std::cout << "-- first life" << std::endl;
+  std::promise<void> firstIsWritten;  // outlives the life, and so its main loop
   const Life life(store, tandrell::Reception::silent);
   const auto first = life.makeMessage("At the hut.");
   const auto second = life.makeMessage("Back on Sunday.");
-  std::promise<void> firstIsWritten;
   life.device->toggleScan().then([&](auto) {
     life.device->send(first).then([&](const auto&) { firstIsWritten.set_value(); });
     life.device->send(second);
@@ -76,9 +77,9 @@ std::optional<std::uint32_t> firstLife(const Store& store) {
 /// Sends the message that waited once more. Whether it was reported, and is delivered now.
 bool secondLife(const Store& store, std::uint32_t waiting) {
   std::cout << "-- second life" << std::endl;
+  std::promise<void> isDelivered;
   const Life life(store, tandrell::Reception::available);
   const auto again = life.makeMessage("Back on Sunday.");
-  std::promise<void> isDelivered;
   const auto reports = life.link->parcel().observe([&](const ::Parcel& parcel) {
     if (parcel.id() == waiting && parcel.status() == tandrell::ParcelStatus::error) {
       std::cout << "the second message was not sent, says the store: once more" << std::endl;

@@ -1,6 +1,8 @@
 // The tests of the check-in. They run it as it is, over the whole library and a simulated radio, in
 // virtual time: minutes of a bad day take milliseconds, and every run is the same.
 
+#include "CheckIn.h"
+
 #include <Simulator/MemoryUserDefaults.h>
 #include <Simulator/SeededRandom.h>
 #include <Simulator/SimulatedCommunicator.h>
@@ -9,7 +11,6 @@
 
 #include <gtest/gtest.h>
 
-#include "CheckIn.h"
 #include <vector>
 
 namespace {

@@ -1,10 +1,10 @@
 #include "FileUserDefaults.h"
+#include "PropertyListText.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include "PropertyListText.h"
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
