@@ -1,5 +1,5 @@
-// Sends a text message to a simulated communicator, in real time, and follows it until it is delivered.
-// On a phone the radio and the preferences are the platform's; nothing else changes.
+// Sends a text message to a simulated communicator, in real time, and follows it until it is
+// delivered. On a phone the radio and the preferences are the platform's; nothing else changes.
 
 #include <Hosts/System/SystemEnvironment.h>
 #include <Simulator/MemoryUserDefaults.h>
