@@ -117,7 +117,9 @@ if(TANDRELL_BUILD_PROGRAM)
           DESTINATION ${CMAKE_INSTALL_DATADIR}/tandrellcore COMPONENT tool)
 endif()
 
-# Debian packages: cpack -G DEB
+# Debian packages
+set(CPACK_GENERATOR DEB)
+set(CPACK_STRIP_FILES ON)
 set(CPACK_PACKAGE_NAME tandrellcore)
 set(CPACK_PACKAGE_VENDOR "TandrellCore")
 set(CPACK_PACKAGE_CONTACT "TandrellCore maintainers <maintainers@localhost>")
