@@ -203,7 +203,24 @@ void BluezLink::didResolveServices() {
   const auto* device = host_.objects.device(path_);
   if (phase_ != Phase::connected || !device || !device->servicesResolved) return;
   remember(device->uuids);
-  for (const auto& discovery : std::exchange(discoveries_, {})) answer(discovery);
+  if (!discoveries_.empty()) readServices();
+}
+
+/// Asks for the objects below the device: the signals that tell of them may come only after the one
+/// that says that they are complete.
+void BluezLink::readServices() {
+  host_.bus.call(
+      "/", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", {},
+      [weak = weak_from_this(), connection = connection_](sdbus::MethodReply* reply, const auto&) {
+        const auto self = weak.lock();
+        if (!reply || !self || self->connection_ != connection) return;
+        std::map<sdbus::ObjectPath, BluezInterfaces> objects;
+        *reply >> objects;
+        for (const auto& [path, interfaces] : objects) {
+          if (path.starts_with(self->path_ + "/")) self->host_.objects.add(path, interfaces);
+        }
+        for (const auto& discovery : std::exchange(self->discoveries_, {})) self->answer(discovery);
+      });
 }
 
 void BluezLink::answer(const Discovery& discovery) {

@@ -94,6 +94,7 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   void didConnectReply(const std::optional<Error>& error);
   void didLink();
   void refresh();
+  void readServices();
   void didUnlink(const std::optional<Error>& error);
   void askToEnd();
   void didEnd();

@@ -117,8 +117,8 @@ TEST_F(BluezTest, ConnectsThoughNoSignalSaysSo) {
   bluez->setConnected(true, false);
   bluez->answer("Connect");
   EXPECT_EQ(listener->next(), "connected");
-  // Neither is the end of the discovery of services: it is read.
-  bluez->addServices();
+  // Neither are the services, nor is the end of their discovery: they are read.
+  bluez->addServices(false);
   bluez->setResolved(true);
   findCharacteristics();
 

@@ -90,19 +90,20 @@ void ScriptedBluez::removeDevice() {
   lock.unlock();  // before it goes, for that takes the bus's own lock
 }
 
-void ScriptedBluez::addServices() {
+void ScriptedBluez::addServices(bool signalled) {
   auto& object = add(servicePath);
   object.registerProperty("UUID").onInterface(service).withGetter(
       [] { return std::string(serviceUuid); });
   object.registerProperty("Device").onInterface(service).withGetter(
       [] { return sdbus::ObjectPath(devicePath); });
   object.finishRegistration();
-  object.emitInterfacesAddedSignal({service});
-  addCharacteristic(transmittingPath, "569a2000-b87f-490c-92cb-11ba5ea5167c", true);
-  addCharacteristic(receivingPath, "569a2001-b87f-490c-92cb-11ba5ea5167c", false);
+  if (signalled) object.emitInterfacesAddedSignal({service});
+  addCharacteristic(transmittingPath, "569a2000-b87f-490c-92cb-11ba5ea5167c", true, signalled);
+  addCharacteristic(receivingPath, "569a2001-b87f-490c-92cb-11ba5ea5167c", false, signalled);
 }
 
-void ScriptedBluez::addCharacteristic(const std::string& path, const char* uuid, bool notifies) {
+void ScriptedBluez::addCharacteristic(const std::string& path, const char* uuid, bool notifies,
+                                      bool signalled) {
   auto& object = add(path);
   for (const auto* method : {"StartNotify", "StopNotify"}) {
     addMethod(object, characteristic, method);
@@ -127,7 +128,7 @@ void ScriptedBluez::addCharacteristic(const std::string& path, const char* uuid,
   if (notifies) addProperty(object, characteristic, "Value", value_);
   if (notifies) addProperty(object, characteristic, "Notifying", notifying_);
   object.finishRegistration();
-  object.emitInterfacesAddedSignal({characteristic});
+  if (signalled) object.emitInterfacesAddedSignal({characteristic});
 }
 
 void ScriptedBluez::changed(const std::string& path, const char* interface, const char* name) {

@@ -36,7 +36,7 @@ class ScriptedBluez {
   void addDevice();
   bool hasDevice();
   void removeDevice();
-  void addServices();
+  void addServices(bool signalled = true);
   void setPowered(bool powered);
   void setConnected(bool connected, bool signalled = true);
   void setResolved(bool resolved, bool signalled = true);
@@ -71,7 +71,7 @@ class ScriptedBluez {
   sdbus::IObject& add(const std::string& path);
   sdbus::IObject& object(const std::string& path);
   void addMethod(sdbus::IObject& object, const char* interface, const char* method);
-  void addCharacteristic(const std::string& path, const char* uuid, bool notifies);
+  void addCharacteristic(const std::string& path, const char* uuid, bool notifies, bool signalled);
   void didCall(const std::string& method, const std::string& call, Result result);
   void complete(const std::string& method, const std::optional<sdbus::Error>& error);
   template <class Value>

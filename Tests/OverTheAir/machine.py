@@ -1,0 +1,111 @@
+"""What a scenario has at hand in the machine: adapters, bluetoothd, and programs that run."""
+
+import json
+import os
+import pathlib
+import queue
+import shutil
+import signal
+import subprocess
+import threading
+import time
+
+HERE = pathlib.Path(__file__).resolve().parent
+
+
+class Unexpected(Exception):
+    """What a scenario met instead of what it says."""
+
+
+def check(condition, text):
+    if not condition:
+        raise Unexpected(text)
+
+
+def power(adapter, on):
+    call = subprocess.run(["dbus-send", "--system", "--print-reply", "--dest=org.bluez",
+                           f"/org/bluez/{adapter}", "org.freedesktop.DBus.Properties.Set",
+                           "string:org.bluez.Adapter1", "string:Powered",
+                           f"variant:boolean:{str(on).lower()}"], capture_output=True, text=True)
+    check(call.returncode == 0, f"{adapter} cannot be switched: {call.stderr.strip()}")
+
+
+def bluetoothd():
+    """The number of its process, or 0."""
+    return int(subprocess.run(["pidof", "bluetoothd"], capture_output=True).stdout or 0)
+
+
+def kill_bluetoothd():
+    process = bluetoothd()
+    check(process, "bluetoothd has died")
+    os.kill(process, signal.SIGKILL)
+    while os.path.exists(f"/proc/{process}"):
+        time.sleep(0.05)
+
+
+def start_bluetoothd():
+    """Both adapters are there when this returns."""
+    subprocess.run([HERE / "start-bluetoothd"], check=True)
+
+
+def begin_anew():
+    """Ends every link, and lets bluetoothd and the program forget everything; hci0 is on."""
+    if not bluetoothd():
+        start_bluetoothd()  # it died in the scenario before
+    power("hci0", False)
+    power("hci1", False)
+    kill_bluetoothd()
+    for folder in (*pathlib.Path("/var/lib/bluetooth").iterdir(),
+                   *pathlib.Path("/run/home").iterdir()):
+        shutil.rmtree(folder)
+    start_bluetoothd()
+    power("hci0", True)
+
+
+class Program:
+    """A program that runs until it ends or the `with` does; what it prints is kept in `told`."""
+    started = []
+
+    def __init__(self, *arguments):
+        self.name = " ".join(map(str, arguments))
+        self.told, self.lines = [], queue.Queue()
+        self.process = subprocess.Popen(arguments, text=True, stdout=subprocess.PIPE,
+                                        stderr=subprocess.STDOUT)
+        self.reader = threading.Thread(target=self._read, daemon=True)
+        self.reader.start()
+        Program.started.append(self)
+
+    def _read(self):
+        for line in self.process.stdout:
+            self.told.append(line)
+            self.lines.put(line)
+        self.lines.put("")
+
+    def wait_for(self, kind, limit=60, **fields):
+        """The next event of this kind with these fields; others are passed over."""
+        end = time.monotonic() + limit
+        line = None
+        while line != "":
+            try:
+                line = self.lines.get(timeout=max(0, end - time.monotonic()))
+            except queue.Empty:
+                break
+            event = json.loads(line) if line.startswith("{") else {}
+            if event.get("type") == kind and fields.items() <= event.items():
+                return event
+        raise Unexpected(f"no {kind} {fields} " + ("before the end" if line == "" else f"in {limit} s"))
+
+    def wait_for_end(self, status, limit=60):
+        try:
+            found = self.process.wait(limit)
+        except subprocess.TimeoutExpired:
+            raise Unexpected(f"no end in {limit} s") from None
+        check(found == status, f"exit status {found}, not {status}")
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.process.kill()
+        self.process.wait()
+        self.reader.join()
