@@ -13,7 +13,7 @@ constexpr std::chrono::seconds pause{2};
 void BluezRegistration::want(const std::string& adapter) {
   adapter_ = adapter;
   wanted_ = true;
-  tell_ = !registered_ || stale_;
+  if (!registered_ || stale_) tell_ = true;
   proceed();
 }
 
@@ -23,7 +23,7 @@ void BluezRegistration::unwant() {
 }
 
 void BluezRegistration::renew() {
-  stale_ = registered_ || calling_;
+  stale_ = registered_;
   proceed();
 }
 
@@ -33,27 +33,25 @@ void BluezRegistration::forget() {
 }
 
 void BluezRegistration::end() {
-  if (registered_ || calling_) call("Unregister", [](const auto&) {});
+  if (registered_) call("Unregister", [](const auto&) {});
   forget();
 }
 
 void BluezRegistration::proceed() {
   if (calling_) return;
   if (registered_ && (stale_ || !wanted_)) {
-    return call("Unregister", [this](const auto&) {
-      registered_ = stale_ = false;
-      proceed();
-    });
+    registered_ = stale_ = false;
+    return call("Unregister", [this](const auto&) { proceed(); });
   }
   if (registered_ || !wanted_) return;
-  stale_ = false;
+  registered_ = true;
   call("Register", [this](const auto& error) { didRegister(error); });
 }
 
 void BluezRegistration::didRegister(const std::optional<Error>& error) {
-  registered_ = !error;
   const bool refusedBefore = std::exchange(refused_, error.has_value());
   if (error) {
+    registered_ = stale_ = false;
     if (!refusedBefore) told_(error);
     return bus_.after(pause, [this] { proceed(); });
   }

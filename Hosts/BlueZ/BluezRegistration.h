@@ -47,7 +47,7 @@ class BluezRegistration {
   const Told told_;
   std::string adapter_;
   bool wanted_ = false;
-  bool registered_ = false;
+  bool registered_ = false;  // as far as bluetoothd has been asked
   bool calling_ = false;
   bool stale_ = false;       // to be registered anew
   bool tell_ = false;        // the next success is told
