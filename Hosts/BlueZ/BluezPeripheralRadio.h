@@ -12,9 +12,9 @@ namespace tandrell {
 
 struct BluezPeripheralOptions {
   /// The adapter's name, such as "hci0"; empty for the first one.
-  std::string adapter;
+  std::string adapter = {};
   /// The address of the message bus; empty for the system's.
-  std::string busAddress;
+  std::string busAddress = {};
   /// The advertisement begins anew this often while nobody is connected: some controllers report
   /// one only when it begins. Others do not mind.
   Duration renewal = std::chrono::seconds(2);
