@@ -18,6 +18,7 @@ class NotificationOutbox {
     Data bytes;
   };
 
+  /// Appends bytes, in the shape given.
   void add(const Uuid& characteristic, DataView bytes, NotificationShape shape) {
     if (shape.joined && !waiting_.empty()) {
       Data& last = waiting_.back().bytes;
@@ -33,6 +34,7 @@ class NotificationOutbox {
     }
   }
 
+  /// Whether everything was taken.
   bool empty() const { return waiting_.empty(); }
 
   /// The next one; there must be one.

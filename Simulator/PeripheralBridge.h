@@ -48,6 +48,7 @@ class TANDRELL_API PeripheralBridge final : public DeviceRadio,
   /// Called on the bridge's queue.
   using Told = std::function<void(const BridgeEvent&)>;
 
+  /// Makes a bridge over a manager of this factory; its queue is one of the dispatcher's.
   static std::shared_ptr<PeripheralBridge> make(
       const std::shared_ptr<Dispatcher>& dispatcher,
       const std::shared_ptr<PeripheralManagerFactory>& factory, Told told);

@@ -56,7 +56,7 @@ class TANDRELL_API SimulatedRadio final : public CentralManagerFactory,
   /// Scans and attempts that wait for the device go on.
   void deviceChanged(const SimulatedDevice& device) override;
 
-  // For links and central managers, on the radio's queue.
+  /// For links and central managers, on the radio's queue.
   bool isPoweredOn() const { return state_ == CentralManagerState::poweredOn; }
   void connect(const std::shared_ptr<SimulatedCentral>& central, const PeripheralPtr& peripheral);
   void cancelConnection(const SimulatedCentral& central, const Uuid& identifier);

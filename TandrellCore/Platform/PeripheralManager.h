@@ -65,6 +65,7 @@ class TANDRELL_API PeripheralManagerDelegate {
   /// The same for `startAdvertising`.
   virtual void didStartAdvertising(const std::optional<Error>& error) = 0;
 
+  /// A central has connected, as far as the platform can tell that it is one.
   virtual void didConnect(const RemoteCentral& central) = 0;
   /// The link is gone, whoever ended it; with it go its subscriptions and unanswered writes.
   virtual void didDisconnect(const RemoteCentral& central) = 0;
@@ -89,6 +90,7 @@ class TANDRELL_API PeripheralManager {
  public:
   virtual ~PeripheralManager() = default;
 
+  /// The radio's; `unknown` until it is first reported.
   virtual CentralManagerState state() const = 0;
 
   /// What this machine serves, in place of what it served before. To be set before advertising.

@@ -20,7 +20,7 @@ class PeripheralTest : public testing::Test {
     CommunicatorOptions options;
     options.reportsOnSubscription = false;
     options.notificationSize = 182;
-    options.faults.refuseWrite(2, CentralError::uuidNotAllowed);
+    options.faults.refuseWrite(2, CentralError::uuidNotAllowed).dropAtByte(30);
     device = SimulatedCommunicator::make(bridge, options);
   }
 
@@ -39,9 +39,8 @@ class PeripheralTest : public testing::Test {
 TEST_F(PeripheralTest, ServesAPhoneAndWithdrawsAtTheEnd) {
   begin();
   expectCalls({"RegisterApplication", "RegisterAdvertisement"});
-  EXPECT_EQ(bluez->describeAdvertisement(),
-            "peripheral Communicator 569A1101-B87F-490C-92CB-11BA5EA5167C");
-  EXPECT_EQ(bluez->describeServices(), "1101; 2000 notify; 2001 write; ");
+  EXPECT_EQ(bluez->describeAdvertisement(), "Communicator 569A1101-B87F-490C-92CB-11BA5EA5167C");
+  EXPECT_EQ(bluez->describeServices(), "2000 notify; 2001 write; ");
 
   // That the phone is connected is not signalled, and shows when it subscribes.
   bluez->addDevice();
@@ -54,9 +53,10 @@ TEST_F(PeripheralTest, ServesAPhoneAndWithdrawsAtTheEnd) {
   EXPECT_EQ(device->records().chunks.at(0).bytes, Data(20, 1));
   device->sendRaw(Data(45, 1));
   expectCalls({"Value 40", "Value 5"});
-  EXPECT_EQ(bluez->write({1}, 45), "org.bluez.Error.Failed 128");
+  EXPECT_EQ(bluez->write({1}, 45), "128");
 
-  device->dropLink();
+  // The link must not end under a write.
+  EXPECT_EQ(bluez->write(Data(20, 1), 45), "taken");
   expectCalls({"Disconnect"});
   bluez->setConnected(false);
   expectCalls({"RegisterAdvertisement"});

@@ -46,7 +46,9 @@ ScriptedBluez::ScriptedBluez(const std::string& address, bool powered)
         std::string interface;
         Options changed;
         message >> interface >> changed;
-        note("Value " + std::to_string(changed.at("Value").get<Data>().size()));
+        const std::lock_guard lock(mutex_);
+        calls_.push_back("Value " + std::to_string(changed.at("Value").get<Data>().size()));
+        arrived_.notify_all();
       },
       sdbus::floating_slot);
   object.finishRegistration();
@@ -69,16 +71,19 @@ void ScriptedBluez::addMethod(sdbus::IObject& object, const char* interface, con
 
 void ScriptedBluez::addRegistration(sdbus::IObject& object, const char* interface,
                                     const std::string& noun) {
+  const auto note = [this, &object](const std::string& method, Result&& result) {
+    owner_ = object.getCurrentlyProcessedMessage()->getSender();
+    didCall(method, method, std::move(result));
+  };
   object.registerMethod("Register" + noun)
       .onInterface(interface)
-      .implementedAs([this, &object, noun](Result&& result, sdbus::ObjectPath, Options) {
-        owner_ = object.getCurrentlyProcessedMessage()->getSender();
-        didCall("Register" + noun, "Register" + noun, std::move(result));
+      .implementedAs([=](Result&& result, sdbus::ObjectPath, Options) {
+        note("Register" + noun, std::move(result));
       });
   object.registerMethod("Unregister" + noun)
       .onInterface(interface)
-      .implementedAs([this, noun](Result&& result, sdbus::ObjectPath) {
-        didCall("Unregister" + noun, "Unregister" + noun, std::move(result));
+      .implementedAs([=](Result&& result, sdbus::ObjectPath) {
+        note("Unregister" + noun, std::move(result));
       });
 }
 
@@ -94,25 +99,19 @@ std::string ScriptedBluez::describeServices() {
       .storeResultsTo(objects);
   std::string text;
   for (auto& [path, interfaces] : objects) {
-    for (const auto* interface : {service, characteristic}) {
-      if (!interfaces.contains(interface)) continue;
-      auto& properties = interfaces.at(interface);
-      text += properties["UUID"].get<std::string>().substr(4, 4);
-      if (interface == characteristic) {
-        text += " " + properties["Flags"].get<std::vector<std::string>>().at(0);
-      }
-      text += "; ";
-    }
+    auto& properties = interfaces[characteristic];
+    if (properties.empty()) continue;
+    text += properties["UUID"].get<std::string>().substr(4, 4) + " " +
+            properties["Flags"].get<std::vector<std::string>>().at(0) + "; ";
   }
   return text;
 }
 
 std::string ScriptedBluez::describeAdvertisement() {
-  const auto proxy = served("/advertisement");
-  const auto get = [&](const char* name) {
+  const auto get = [proxy = served("/advertisement")](const char* name) {
     return proxy->getProperty(name).onInterface("org.bluez.LEAdvertisement1");
   };
-  return get("Type").get<std::string>() + " " + get("LocalName").get<std::string>() + " " +
+  return get("LocalName").get<std::string>() + " " +
          get("ServiceUUIDs").get<std::vector<std::string>>().at(0);
 }
 
@@ -131,7 +130,7 @@ std::string ScriptedBluez::write(Data value, std::uint16_t mtu) try {
       .withArguments(value, options);
   return "taken";
 } catch (const sdbus::Error& error) {
-  return error.getName() + " " + error.getMessage();
+  return error.getMessage();
 }
 
 void ScriptedBluez::addDevice() {
@@ -275,12 +274,6 @@ void ScriptedBluez::didCall(const std::string& method, const std::string& call, 
   } else {
     script.error ? result.returnError(*script.error) : result.returnResults();
   }
-  calls_.push_back(call);
-  arrived_.notify_all();
-}
-
-void ScriptedBluez::note(const std::string& call) {
-  const std::lock_guard lock(mutex_);
   calls_.push_back(call);
   arrived_.notify_all();
 }

@@ -71,7 +71,6 @@ class ScriptedBluez {
   void didCall(const std::string& method, const std::string& call, Result result);
   void addRegistration(sdbus::IObject& object, const char* interface, const std::string& noun);
   std::unique_ptr<sdbus::IProxy> served(const std::string& path);
-  void note(const std::string& call);
   void complete(const std::string& method, const std::optional<sdbus::Error>& error);
   template <class Value>
   void addProperty(sdbus::IObject& object, const char* interface, const char* name,
