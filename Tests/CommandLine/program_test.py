@@ -57,6 +57,16 @@ class ProgramTest(unittest.TestCase):
         self.assertIn(self.data, errors)
         self.assertEqual(json.loads(out)["status"], 1)
 
+    def test_a_radio_that_is_not_there_is_named(self):
+        os.environ["DBUS_SYSTEM_BUS_ADDRESS"] = "unix:path=/nonexistent/bus"
+        self.addCleanup(os.environ.pop, "DBUS_SYSTEM_BUS_ADDRESS")
+        with open(self.data, "w") as scenario:
+            scenario.write("at 0:01 phone connect")
+        process = self.start("--link", "bluez", "sim", self.data)
+        out, errors = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, errors), (5, ""))
+        self.assertEqual(json.loads(out.splitlines()[-1])["outcome"], "notSupported")
+
     def test_unknown_option_is_refused(self):
         process = self.start("--loud", "watch")
         out, errors = process.communicate(timeout=60)
