@@ -29,7 +29,7 @@ enum class ExitStatus {
 struct Context {
   Machine& machine;
   Environment environment;  ///< without store and radio for a command that uses no device
-  Link* link;               ///< null for such a command
+  Link* link;               ///< null for a command that uses no link
   Output& output;
   std::optional<Duration> timeout;  ///< as the user asked; absent: the command's own
   std::function<void(ExitStatus)> finished;
@@ -65,6 +65,8 @@ class Command {
 
   /// Whether it needs the store and a link to the device; without, neither is opened.
   virtual bool usesDevice() const { return true; }
+  /// Whether it needs the link, be it without the store.
+  virtual bool usesLink() const { return usesDevice(); }
 
   virtual std::shared_ptr<Run> makeRun(Context context) = 0;
 };

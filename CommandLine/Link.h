@@ -2,6 +2,7 @@
 
 #include <TandrellCore/Platform/Data.h>
 #include <TandrellCore/Platform/Environment.h>
+#include <TandrellCore/Platform/PeripheralManager.h>
 #include <TandrellCore/Platform/Result.h>
 
 #include <functional>
@@ -26,6 +27,9 @@ class Link {
   virtual ~Link() = default;
 
   virtual std::shared_ptr<CentralManagerFactory> centralManagers() const = 0;
+
+  /// The same radio in the peripheral role; null where there is none.
+  virtual std::shared_ptr<PeripheralManagerFactory> peripheralManagers() const { return nullptr; }
 
   /// Why nothing can be done over this link at the moment; absent where nothing is known to stand
   /// in the way.

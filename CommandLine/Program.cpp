@@ -115,10 +115,14 @@ class Program {
       return refuse(output, environment, ExitStatus::usage, "usage", *problem);
     }
     machine_.startLog(logLevel_);
-    if (!command.usesDevice()) {
-      return execute(command, {machine_, environment, nullptr, output, timeout(), {}});
+    if (command.usesDevice()) return runWithDevice(command, environment, output);
+    std::shared_ptr<Link> link;
+    if (command.usesLink()) {
+      const auto made = makeLink_(link_, environment);
+      if (!made.isSuccess()) return refuseLink(output, environment, made.error());
+      link = made.value();
     }
-    return runWithDevice(command, environment, output);
+    return execute(command, {machine_, environment, link.get(), output, timeout(), {}});
   }
 
   ExitStatus runWithDevice(Command& command, Environment environment, Output& output) {
@@ -130,11 +134,13 @@ class Program {
     }
     environment.userDefaults = store.value();
     const auto link = makeLink_(link_, environment);
-    if (!link.isSuccess()) {
-      return refuse(output, environment, ExitStatus::failed, "failed", link.error().text);
-    }
+    if (!link.isSuccess()) return refuseLink(output, environment, link.error());
     environment.centralManagers = link.value()->centralManagers();
     return execute(command, {machine_, environment, link.value().get(), output, timeout(), {}});
+  }
+
+  static ExitStatus refuseLink(Output& output, const Environment& environment, const Error& error) {
+    return refuse(output, environment, ExitStatus::failed, "failed", error.text);
   }
 
   static ExitStatus refuse(Output& output, const Environment& environment, ExitStatus status,

@@ -1,3 +1,4 @@
+#include <CommandLine/ScenarioLines.h>
 #include <CommandLine/ScenarioRun.h>
 #include <Simulator/MemoryUserDefaults.h>
 #include <TandrellCore/Utility/Extensions/Command+Tools.h>
@@ -26,20 +27,6 @@ Environment withRadio(Environment environment, const std::shared_ptr<SimulatedRa
   environment.userDefaults = std::make_shared<MemoryUserDefaults>();
   environment.centralManagers = radio;
   return environment;
-}
-
-std::string_view sideOf(const ScenarioStatement& statement) {
-  return std::visit(
-      Overloaded{[](const DeviceAction&) { return "device"; },
-                 [](const FaultPlan&) { return "device"; },
-                 [](const RadioAction&) { return "radio"; }, [](const auto&) { return "phone"; }},
-      statement.action);
-}
-
-/// Without the side, where it begins with it.
-std::string textOf(const ScenarioStatement& statement) {
-  const auto side = std::string(sideOf(statement)) + " ";
-  return statement.text.substr(statement.text.starts_with(side) ? side.size() : 0);
 }
 
 ScenarioOutcome outcomeOf(const ScenarioSend& send) {
@@ -77,7 +64,7 @@ void ScenarioRun::startPhone() { phone_ = ScenarioPhone::start(environment_, *th
 void ScenarioRun::perform(const ScenarioStatement& statement) {
   if (finishing_) return;
   if (const auto* some = std::get_if<PhoneSend>(&statement.action)) return send(statement, *some);
-  const auto side = std::string(sideOf(statement));
+  const auto side = sideOf(statement);
   const auto text = textOf(statement);
   tell(now(), side, "statement", {{"line", statement.line}, {"side", side}, {"text", text}}, text);
   tandrell::perform(statement, *device_);
@@ -304,7 +291,7 @@ bool ScenarioRun::isExpected(const std::string& label) const {
 
 void ScenarioRun::tell(const Moment& at, const std::string& who, std::string_view type,
                        const Fields& fields, const std::string& text) {
-  parts_.output.event(at, type, fields, who.empty() ? text : fmt::format("{:<8}{}", who, text));
+  tellLine(parts_.output, at, who, type, fields, text);
 }
 
 void ScenarioRun::after(Duration delay, void (ScenarioRun::*step)()) {

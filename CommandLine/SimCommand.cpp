@@ -1,3 +1,4 @@
+#include <CommandLine/AirScenarioRun.h>
 #include <CommandLine/ScenarioPayloads.h>
 #include <CommandLine/ScenarioRun.h>
 #include <CommandLine/SimCommand.h>
@@ -124,6 +125,10 @@ std::shared_ptr<Run> SimCommand::makeRun(Context context) {
   }
   if (!errors.empty()) return refuse(errors);
   if (checkOnly_) return std::make_shared<ToldRun>(std::move(context), ExitStatus::done, "checked");
+  if (context.link->peripheralManagers()) {
+    if (virtual_) return refuse("tandrell: --virtual: a real radio keeps real time\n");
+    return std::make_shared<AirScenarioRun>(std::move(context), file, std::move(parsed.scenario));
+  }
   if (virtual_) {
     return std::make_shared<VirtualRun>(std::move(context), file, std::move(parsed.scenario),
                                         seed_);

@@ -9,7 +9,8 @@
 
 namespace tandrell {
 
-/// `sim`: runs a scenario, in real time or in virtual time, beside the user's own state.
+/// `sim`: runs a scenario, in real time or in virtual time, beside the user's own state; over a
+/// link that has a real radio only the device's side of it.
 class SimCommand final : public Command {
  public:
   std::string name() const override { return "sim"; }
@@ -21,6 +22,7 @@ class SimCommand final : public Command {
   }
   void declare(CLI::App& app) override;
   bool usesDevice() const override { return false; }
+  bool usesLink() const override { return true; }
   std::shared_ptr<Run> makeRun(Context context) override;
 
  private:

@@ -42,6 +42,7 @@ class TANDRELL_API RadioTimeline {
         random_(options.seed) {}
 
   const SimulatedRadioOptions& options() const { return options_; }
+  const QueuePtr& queue() const { return queue_; }
 
   /// The dispatcher's monotonic time, zero once it is gone; from any thread.
   Duration now() const {

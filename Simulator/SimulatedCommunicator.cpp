@@ -1,5 +1,4 @@
 #include <Simulator/SimulatedCommunicator.h>
-#include <Simulator/SimulatedRadio.h>
 
 #include <utility>
 
@@ -13,18 +12,20 @@ const Error cannotWrite{"CBATTErrorDomain", 3, "writeNotPermitted"};
 }  // namespace
 
 std::shared_ptr<SimulatedCommunicator> SimulatedCommunicator::make(
-    const std::shared_ptr<SimulatedRadio>& radio, const CommunicatorOptions& options) {
+    const std::shared_ptr<DeviceRadio>& radio, const CommunicatorOptions& options) {
   std::shared_ptr<SimulatedCommunicator> device(new SimulatedCommunicator(radio, options));
   radio->add(device);
   return device;
 }
 
-SimulatedCommunicator::SimulatedCommunicator(const std::shared_ptr<SimulatedRadio>& radio,
+SimulatedCommunicator::SimulatedCommunicator(const std::shared_ptr<DeviceRadio>& radio,
                                              const CommunicatorOptions& options)
     : radio_(radio),
       timeline_(radio->timeline()),
       options_(options),
-      services_{{serviceUuid(), {transmittingUuid(), receivingUuid()}}},
+      services_{{serviceUuid(),
+                 {{.uuid = transmittingUuid(), .notifies = true},
+                  {.uuid = receivingUuid(), .writable = true}}}},
       firmware_(options, records_, firmwarePorts()),
       faults_(options.faults),
       poweredOn_(options.poweredOn),
@@ -140,6 +141,7 @@ void SimulatedCommunicator::shutDown() {
   drop();
   firmware_.shutDown();
   if (!options_.keepsParcelsOverReboot) unsent_.clear();
+  changed();
 }
 
 void SimulatedCommunicator::boot() {
@@ -155,7 +157,7 @@ void SimulatedCommunicator::restart() {
                                 [](SimulatedCommunicator& self) { self.boot(); });
 }
 
-void SimulatedCommunicator::didConnect(const std::shared_ptr<SimulatedLink>& link) {
+void SimulatedCommunicator::didConnect(const std::shared_ptr<DeviceLink>& link) {
   link_ = link;
   records_.change([&](auto& records) {
     ++records.connections;

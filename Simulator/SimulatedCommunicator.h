@@ -7,7 +7,6 @@
 #include <Simulator/FaultProgress.h>
 #include <Simulator/RadioTimeline.h>
 #include <Simulator/SimulatedDevice.h>
-#include <Simulator/SimulatedLink.h>
 #include <TandrellCore/Platform/Export.h>
 
 #include <deque>
@@ -16,12 +15,10 @@
 
 namespace tandrell {
 
-class SimulatedRadio;
-
-/// A satellite communicator on a simulated radio. It advertises its service, greets a phone that
-/// subscribes, transmits the parcels it is handed one at a time and reports "connecting",
-/// "sending" and "delivered" or "error" for each, tracks as the sessions say that it takes in,
-/// keeps and confirms settings, and answers forecast requests.
+/// A satellite communicator on a simulated radio, or on a real one by `PeripheralBridge`. It
+/// advertises its service, greets a phone that subscribes, transmits the parcels it is handed one
+/// at a time and reports "connecting", "sending" and "delivered" or "error" for each, tracks as the
+/// sessions say that it takes in, keeps and confirms settings, and answers forecast requests.
 ///
 /// Every parcel is transmitted, also one whose identifier it has seen before.
 ///
@@ -40,7 +37,7 @@ class TANDRELL_API SimulatedCommunicator final
   static Uuid receivingUuid() { return Uuid("569A2001-B87F-490C-92CB-11BA5EA5167C"); }
 
   /// Makes a communicator and adds it to the radio.
-  static std::shared_ptr<SimulatedCommunicator> make(const std::shared_ptr<SimulatedRadio>& radio,
+  static std::shared_ptr<SimulatedCommunicator> make(const std::shared_ptr<DeviceRadio>& radio,
                                                      const CommunicatorOptions& options = {});
 
   /// Where it is and whether it runs.
@@ -85,17 +82,17 @@ class TANDRELL_API SimulatedCommunicator final
 
   // For the radio.
   Uuid identifier() const override { return options_.identifier; }
-  const std::vector<SimulatedService>& services() const override { return services_; }
+  const std::vector<LocalService>& services() const override { return services_; }
   Advertisement advertisement() const override;
   bool isReachable() const override;
   bool acceptsConnection() override { return !faults_.nextConnectFails(); }
-  void didConnect(const std::shared_ptr<SimulatedLink>& link) override;
+  void didConnect(const std::shared_ptr<DeviceLink>& link) override;
   void didDisconnect() override;
   std::optional<Error> didSubscribe(const Uuid& characteristic, bool enabled) override;
   WriteAnswer didWrite(const Uuid& characteristic, DataView value) override;
 
  private:
-  SimulatedCommunicator(const std::shared_ptr<SimulatedRadio>& radio,
+  SimulatedCommunicator(const std::shared_ptr<DeviceRadio>& radio,
                         const CommunicatorOptions& options);
 
   /// Submits an action to the radio's queue.
@@ -111,10 +108,10 @@ class TANDRELL_API SimulatedCommunicator final
   void send(CommandType::Type type, const google::protobuf::MessageLite& message);
   void sendFrame(const Data& frame);
 
-  const std::weak_ptr<SimulatedRadio> radio_;
+  const std::weak_ptr<DeviceRadio> radio_;
   const RadioTimelinePtr timeline_;
   const CommunicatorOptions options_;
-  const std::vector<SimulatedService> services_;
+  const std::vector<LocalService> services_;
   SharedRecords records_;
   CommunicatorFirmware firmware_;
   FaultProgress faults_;
@@ -123,8 +120,8 @@ class TANDRELL_API SimulatedCommunicator final
   bool inRange_;
   bool advertising_;
   bool subscribed_ = false;
-  std::weak_ptr<SimulatedLink> link_;  // set while connected; the radio owns it
-  std::deque<Data> unsent_;            // frames of parcels that no phone has taken
+  std::weak_ptr<DeviceLink> link_;  // set while connected; the radio owns it
+  std::deque<Data> unsent_;         // frames of parcels that no phone has taken
   WorkItemPtr bootTimer_;
 };
 

@@ -31,8 +31,8 @@ std::vector<GattCharacteristic> characteristicsOf(const SimulatedDevice& device,
   if (service.handle < 1 || service.handle > services.size()) return {};
   std::vector<GattCharacteristic> found;
   std::uint64_t handle = service.handle << 8;
-  for (const auto& uuid : services[service.handle - 1].characteristics) {
-    found.push_back({uuid, service.uuid, ++handle});
+  for (const auto& characteristic : services[service.handle - 1].characteristics) {
+    found.push_back({characteristic.uuid, service.uuid, ++handle});
   }
   return found;
 }
@@ -146,20 +146,8 @@ void SimulatedLink::settle(PendingWrite& pending, const std::optional<Error>& er
 }
 
 void SimulatedLink::notify(const Uuid& characteristic, DataView bytes, NotificationShape shape) {
-  const auto from = findCharacteristic(*device_, characteristic);
-  if (!isOpen() || !from) return;
-  if (shape.joined && !outbox_.empty()) {
-    Data& last = outbox_.back().bytes;
-    const std::size_t room = shape.size - std::min(shape.size, last.size());
-    const auto head = bytes.first(std::min(room, bytes.size()));
-    last.insert(last.end(), head.begin(), head.end());
-    bytes = bytes.subspan(head.size());
-  }
-  while (!bytes.empty()) {
-    const auto piece = bytes.first(std::min(shape.size, bytes.size()));
-    outbox_.push_back({*from, copyOf(piece)});
-    bytes = bytes.subspan(piece.size());
-  }
+  if (!isOpen() || !findCharacteristic(*device_, characteristic)) return;
+  outbox_.add(characteristic, bytes, shape);
   if (!draining_) scheduleDrain();
 }
 
@@ -173,11 +161,11 @@ void SimulatedLink::scheduleDrain() {
 void SimulatedLink::deliverNotification() {
   const auto central = this->central();
   if (isOpen() && central) {
-    Notification next = std::move(outbox_.front());
-    outbox_.pop_front();
-    central->deliver([peripheral = peripheral_, next = std::move(next)] {
+    const auto next = outbox_.take();
+    const auto from = findCharacteristic(*device_, next.characteristic);
+    central->deliver([peripheral = peripheral_, from, bytes = next.bytes] {
       if (const auto receiver = peripheral->delegate().lock()) {
-        receiver->didUpdateValue(next.characteristic, next.bytes, {});
+        receiver->didUpdateValue(*from, bytes, {});
       }
     });
   }

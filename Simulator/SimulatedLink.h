@@ -1,11 +1,10 @@
 #pragma once
 
+#include <Simulator/NotificationOutbox.h>
 #include <Simulator/RadioTimeline.h>
 #include <Simulator/SimulatedDevice.h>
 #include <TandrellCore/Platform/Export.h>
 
-#include <cstddef>
-#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -19,19 +18,14 @@ class SimulatedCentral;
 class SimulatedPeripheral;
 class SimulatedRadio;
 
-/// How a device's bytes are packed into notifications.
-struct NotificationShape {
-  std::size_t size = 20;  ///< most bytes in one: the link's MTU less 3
-  bool joined = false;    ///< fill one up before starting the next, across the borders of frames
-};
-
 /// One connection between a central and a device, or the attempt at one. Owned by the radio until
 /// it is closed, after which no operation has an effect. It lives on the radio's queue; the
 /// central's operations hop there.
 ///
 /// A link whose central went away with its process, but named a restore identifier, stays open and
 /// keeps what the device sends until a new central adopts it.
-class TANDRELL_API SimulatedLink final : public std::enable_shared_from_this<SimulatedLink> {
+class TANDRELL_API SimulatedLink final : public DeviceLink,
+                                         public std::enable_shared_from_this<SimulatedLink> {
  public:
   using Delegate = std::weak_ptr<PeripheralDelegate>;
 
@@ -49,11 +43,8 @@ class TANDRELL_API SimulatedLink final : public std::enable_shared_from_this<Sim
              Delegate delegate);
 
   // What the device does, on the radio's queue.
-  /// Sends bytes, in order with all that was sent before. What is under way when the link closes is
-  /// lost.
-  void notify(const Uuid& characteristic, DataView bytes, NotificationShape shape);
-  /// The link is lost.
-  void drop(CutWrite cut = CutWrite::unanswered);
+  void notify(const Uuid& characteristic, DataView bytes, NotificationShape shape) override;
+  void drop(CutWrite cut = CutWrite::unanswered) override;
 
   // What the radio does, on its queue.
   /// Gives the link to a central: the one that connects, or the one that restores.
@@ -102,11 +93,7 @@ class TANDRELL_API SimulatedLink final : public std::enable_shared_from_this<Sim
   std::shared_ptr<SimulatedPeripheral> peripheral_;
   std::optional<std::string> restoreIdentifier_;
   std::map<Uuid, PendingWritePtr> writes_;
-  struct Notification {
-    GattCharacteristic characteristic;
-    Data bytes;
-  };
-  std::deque<Notification> outbox_;
+  NotificationOutbox outbox_;
   bool draining_ = false;
 };
 

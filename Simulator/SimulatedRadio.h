@@ -28,6 +28,7 @@ TANDRELL_API std::string_view errorText(SimulatedRadioError error);
 /// belong to whoever made them and may outlive it, in silence. Nothing polls: an idle world has no
 /// timer.
 class TANDRELL_API SimulatedRadio final : public CentralManagerFactory,
+                                          public DeviceRadio,
                                           public std::enable_shared_from_this<SimulatedRadio> {
  public:
   /// Makes a radio that is powered on, with its queue on the dispatcher, which it holds weakly.
@@ -49,16 +50,14 @@ class TANDRELL_API SimulatedRadio final : public CentralManagerFactory,
   /// that identifier receives them and what the devices sent meanwhile. The others close.
   void restartCentral();
 
-  /// Brings a device into being for this radio, for good.
-  void add(SimulatedDevicePtr device);
+  // For devices.
+  void add(SimulatedDevicePtr device) override;
+  const RadioTimelinePtr& timeline() const override { return timeline_; }
+  /// Scans and attempts that wait for the device go on.
+  void deviceChanged(const SimulatedDevice& device) override;
 
-  /// For devices and central managers.
-  const RadioTimelinePtr& timeline() const { return timeline_; }
-
-  /// The same, on the radio's queue.
+  // For links and central managers, on the radio's queue.
   bool isPoweredOn() const { return state_ == CentralManagerState::poweredOn; }
-  /// The device may have come into reach: scans and attempts that wait for it go on.
-  void deviceChanged(const SimulatedDevice& device);
   void connect(const std::shared_ptr<SimulatedCentral>& central, const PeripheralPtr& peripheral);
   void cancelConnection(const SimulatedCentral& central, const Uuid& identifier);
   void startListening(SimulatedCentral& central);

@@ -60,7 +60,8 @@ if(TANDRELL_WITH_BLUEZ)
     FOLDERS tandrell-bluez-host
     PUBLIC tandrellcore
     PRIVATE SDBusCpp::sdbus-c++ Threads::Threads)
-  install(FILES ${PROJECT_SOURCE_DIR}/Hosts/BlueZ/BluezRadio.h
+  install(FILES ${PROJECT_SOURCE_DIR}/Hosts/BlueZ/BluezPeripheralRadio.h
+                ${PROJECT_SOURCE_DIR}/Hosts/BlueZ/BluezRadio.h
           DESTINATION ${header_dir}/Hosts/BlueZ COMPONENT development)
   install(EXPORT TandrellCoreBlueZTargets NAMESPACE TandrellCore:: DESTINATION ${config_dir}
           COMPONENT development)

@@ -34,6 +34,7 @@ BluezBus::~BluezBus() {
   // The descriptor belongs to the connection.
   if (loop_->descriptor.is_open()) loop_->descriptor.release();
   proxies_.clear();
+  objects_.clear();
 }
 
 void BluezBus::start() {
@@ -172,6 +173,38 @@ void BluezBus::call(const std::string& path, const std::string& interface,
   }
   // The call may have left bytes to be written, and has a time limit that is to be watched.
   post([this] { process(); });
+}
+
+void BluezBus::send(const std::function<void()>& block) {
+  if (!connection_) return;
+  try {
+    block();
+  } catch (const sdbus::Error&) {
+    return;  // the bus has gone, which the next look at it tells
+  }
+  post([this] { process(); });
+}
+
+void BluezBus::serve(const std::string& path,
+                     const std::function<void(sdbus::IObject&)>& describe) {
+  withdraw(path);
+  send([&] {
+    auto object = sdbus::createObject(*connection_, path);
+    describe(*object);
+    object->finishRegistration();
+    objects_[path] = std::move(object);
+  });
+}
+
+void BluezBus::serveTree(const std::string& path) {
+  send([&] { connection_->addObjectManager(path, sdbus::floating_slot); });
+}
+
+void BluezBus::emitChanged(const std::string& path, const std::string& interface,
+                           const std::string& property) {
+  const auto object = objects_.find(path);
+  if (object == objects_.end()) return;
+  send([&] { object->second->emitPropertiesChangedSignal(interface, {property}); });
 }
 
 }  // namespace tandrell

@@ -38,7 +38,7 @@ class BluezBusListener {
 /// here blocks a caller, and one thread is all the locking there is. Knows the bus and bluetoothd's
 /// name, not what its objects mean.
 ///
-/// Owned by the engine, which is also its listener and outlives it. `start` and `post` may be
+/// Owned by an engine, which is also its listener and outlives it. `start` and `post` may be
 /// called from any thread, the rest belongs on the bus's thread.
 class BluezBus {
  public:
@@ -65,6 +65,18 @@ class BluezBus {
 
   static constexpr std::chrono::seconds usualLimit{25};
 
+  /// Serves an object of this process, in place of one that was there; `describe` gives it its
+  /// interfaces. Its methods are called on the bus's thread. Of no effect without a bus.
+  void serve(const std::string& path, const std::function<void(sdbus::IObject&)>& describe);
+  void withdraw(const std::string& path) { objects_.erase(path); }
+  /// Lets what is served below the path be listed there.
+  void serveTree(const std::string& path);
+  /// Signals that the property has the value that its object now says.
+  void emitChanged(const std::string& path, const std::string& interface,
+                   const std::string& property);
+  /// Runs a block that sends something else, such as a reply. If the bus has gone, nothing is sent.
+  void send(const std::function<void()>& block);
+
  private:
   struct Loop;
 
@@ -80,6 +92,7 @@ class BluezBus {
   const std::unique_ptr<Loop> loop_;
   std::unique_ptr<sdbus::IConnection> connection_;
   std::map<std::string, std::unique_ptr<sdbus::IProxy>> proxies_;
+  std::map<std::string, std::unique_ptr<sdbus::IObject>> objects_;  // those of this process
   std::thread thread_;
 };
 

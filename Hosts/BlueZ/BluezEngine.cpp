@@ -14,8 +14,6 @@ constexpr const char* adapterInterface = BluezObjects::adapterInterface;
 /// Between two attempts at a discovery that bluetoothd refused.
 constexpr std::chrono::seconds discoveryPause{2};
 
-bool isDenied(const Error& error) { return error.domain.ends_with(".AccessDenied"); }
-
 }  // namespace
 
 BluezEngine::BluezEngine(const BluezOptions& options, std::optional<std::string> restoreIdentifier,
@@ -24,6 +22,7 @@ BluezEngine::BluezEngine(const BluezOptions& options, std::optional<std::string>
       restoreIdentifier_(std::move(restoreIdentifier)),
       outbox_(std::move(outbox)),
       problem_(std::move(problem)),
+      presence_(bus_, options.adapter),
       bus_(*this, options.busAddress) {}
 
 BluezEngine::~BluezEngine() {
@@ -41,28 +40,13 @@ void BluezEngine::start() {
 // The daemon and its adapter.
 
 void BluezEngine::load() {
-  bus_.call("/", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", {},
-            [this](sdbus::MethodReply* reply, const std::optional<Error>& error) {
-              didLoad(reply, error);
-            });
-}
-
-void BluezEngine::didLoad(sdbus::MethodReply* reply, const std::optional<Error>& error) {
-  if (busLost_) return;
-  loadError_ = error;
-  if (reply) {
-    std::map<sdbus::ObjectPath, BluezInterfaces> objects;
-    *reply >> objects;
-    objects_.clear();
-    for (const auto& [path, interfaces] : objects) objects_.add(path, interfaces);
-    if (!std::exchange(loaded_, true) && !wasPresent_) restore();
-    wasPresent_ = true;
-  }
-  updateState();
+  presence_.load([this](bool first) {
+    if (first) restore();
+    updateState();
+  });
 }
 
 void BluezEngine::restore() {
-  adapter_ = objects_.adapterPath(options_.adapter);
   if (!restoreIdentifier_) return;
   std::vector<PeripheralPtr> restored;
   for (const auto& [path, device] : objects_.devices()) {
@@ -81,29 +65,18 @@ void BluezEngine::restore() {
 
 void BluezEngine::didChangeOwner(bool present) {
   if (present) return load();
-  loaded_ = false;
-  objects_.clear();
+  presence_.didLeave();
   updateState();
 }
 
 void BluezEngine::didLoseBus(const Error& error) {
-  busLost_ = true;
-  objects_.clear();
-  announce(isDenied(error) ? State::unauthorized : State::unsupported, BluezError::noBus);
+  presence_.didLoseBus(error);
+  updateState();
 }
 
 void BluezEngine::updateState() {
-  adapter_ = objects_.adapterPath(options_.adapter);
-  if (!loaded_) {
-    if (loadError_ && isDenied(*loadError_)) {
-      return announce(State::unauthorized, BluezError::noPermission);
-    }
-    return announce(wasPresent_ ? State::resetting : State::unsupported, BluezError::noDaemon);
-  }
-  const auto* adapter = objects_.adapter(adapter_);
-  if (!adapter) return announce(State::unsupported, BluezError::noAdapter);
-  if (!adapter->powered) return announce(State::poweredOff, BluezError::adapterOff);
-  announce(State::poweredOn, std::nullopt);
+  const auto [state, problem] = presence_.condition();
+  announce(state, problem);
 }
 
 void BluezEngine::announce(State state, std::optional<BluezError> problem) {

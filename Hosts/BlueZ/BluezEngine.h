@@ -1,6 +1,7 @@
 #pragma once
 
 #include <Hosts/BlueZ/BluezLink.h>
+#include <Hosts/BlueZ/BluezPresence.h>
 #include <Hosts/BlueZ/BluezRadio.h>
 
 #include <map>
@@ -50,7 +51,6 @@ class BluezEngine final : public BluezBusListener {
   enum class Discovery { off, starting, on, stopping };
 
   void load();
-  void didLoad(sdbus::MethodReply* reply, const std::optional<Error>& error);
   void restore();
   void updateState();
   void announce(CentralManagerState state, std::optional<BluezError> problem);
@@ -72,12 +72,9 @@ class BluezEngine final : public BluezBusListener {
   const std::optional<std::string> restoreIdentifier_;
   const BluezOutbox outbox_;
   const std::shared_ptr<BluezProblem> problem_;
-  BluezObjects objects_;
-  std::string adapter_;  // its path
-  bool loaded_ = false;  // the objects are known
-  bool wasPresent_ = false;
-  bool busLost_ = false;
-  std::optional<Error> loadError_;
+  BluezPresence presence_;
+  BluezObjects& objects_ = presence_.objects();
+  const std::string& adapter_ = presence_.adapter();
   std::optional<CentralManagerState> announced_;
   Discovery discovery_ = Discovery::off;
   std::optional<std::vector<Uuid>> scan_;  // what is looked for; absent while not scanning

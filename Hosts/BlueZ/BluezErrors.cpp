@@ -1,6 +1,7 @@
 #include <Hosts/BlueZ/BluezErrors.h>
 
 #include <charconv>
+#include <string>
 #include <string_view>
 
 namespace tandrell {
@@ -56,6 +57,17 @@ Error platformError(const Error& error) {
   if (failureOf(error) == BluezFailure::unknown) return CentralError::uuidNotAllowed;
   if (const auto code = attCode(error)) return {"CBATTErrorDomain", *code, error.text};
   return error;
+}
+
+Error refusalOf(const Error& error) {
+  const int code = error.domain == "CBATTErrorDomain" ? error.code : 0;
+  if (code == 0x03) return {"org.bluez.Error.NotPermitted", 0, error.text};
+  if (code == 0x06) return {"org.bluez.Error.NotSupported", 0, error.text};
+  if (code == 0x08) return {"org.bluez.Error.NotAuthorized", 0, error.text};
+  if (code == 0x0d) return {"org.bluez.Error.InvalidValueLength", 0, error.text};
+  // bluetoothd reads these from the text.
+  const bool application = code >= 0x80 && code <= 0x9f;
+  return {"org.bluez.Error.Failed", 0, std::to_string(application ? code : 0x80)};
 }
 
 }  // namespace tandrell

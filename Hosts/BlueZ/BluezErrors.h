@@ -22,4 +22,9 @@ BluezFailure failureOf(const Error& error);
 /// the text names one; what has expired as `uuidNotAllowed`; anything else unchanged.
 Error platformError(const Error& error);
 
+/// The other way round: with which error, by its D-Bus name and text, bluetoothd is told that a
+/// write of a central is refused. What it has no word for becomes the first of the attribute
+/// protocol's errors that belong to applications.
+Error refusalOf(const Error& error);
+
 }  // namespace tandrell

@@ -36,6 +36,7 @@ void take(BluezDevice& device, const BluezProperties& properties) {
   read(properties, "Name", device.name);
   read(properties, "Connected", device.connected);
   read(properties, "ServicesResolved", device.servicesResolved);
+  device.classic = device.classic || properties.contains("Class");
   if (properties.contains("RSSI")) {
     std::int16_t rssi = 0;
     read(properties, "RSSI", rssi);

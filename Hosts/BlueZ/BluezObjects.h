@@ -24,6 +24,7 @@ struct BluezDevice {
   std::optional<int> rssi;  ///< present from a sighting to the end of that discovery
   bool connected = false;
   bool servicesResolved = false;
+  bool classic = false;  ///< known from classic Bluetooth, be it besides
 };
 
 struct BluezService {

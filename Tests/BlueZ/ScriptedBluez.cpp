@@ -25,7 +25,9 @@ void ScriptedBluez::addProperty(sdbus::IObject& object, const char* interface, c
 }
 
 ScriptedBluez::ScriptedBluez(const std::string& address, bool powered)
-    : connection_(sdbus::createSessionBusConnectionWithAddress(address)), powered_(powered) {
+    : connection_(sdbus::createSessionBusConnectionWithAddress(address)),
+      caller_(sdbus::createSessionBusConnectionWithAddress(address)),
+      powered_(powered) {
   connection_->addObjectManager("/", sdbus::floating_slot);
   auto& object = add(adapterPath);
   for (const auto* method : {"StartDiscovery", "StopDiscovery"}) addMethod(object, adapter, method);
@@ -36,6 +38,17 @@ ScriptedBluez::ScriptedBluez(const std::string& address, bool powered)
         didCall("SetDiscoveryFilter", "SetDiscoveryFilter " + uuids.at(0), std::move(result));
       });
   addProperty(object, adapter, "Powered", powered_);
+  addRegistration(object, "org.bluez.GattManager1", "Application");
+  addRegistration(object, "org.bluez.LEAdvertisingManager1", "Advertisement");
+  connection_->addMatch(
+      "type='signal',path_namespace='/tandrell',member='PropertiesChanged'",
+      [this](sdbus::Message& message) {
+        std::string interface;
+        Options changed;
+        message >> interface >> changed;
+        note("Value " + std::to_string(changed.at("Value").get<Data>().size()));
+      },
+      sdbus::floating_slot);
   object.finishRegistration();
   connection_->enterEventLoopAsync();
   connection_->requestName("org.bluez");
@@ -52,6 +65,73 @@ void ScriptedBluez::addMethod(sdbus::IObject& object, const char* interface, con
       [this, method = std::string(method)](Result&& result) {
         didCall(method, method, std::move(result));
       });
+}
+
+void ScriptedBluez::addRegistration(sdbus::IObject& object, const char* interface,
+                                    const std::string& noun) {
+  object.registerMethod("Register" + noun)
+      .onInterface(interface)
+      .implementedAs([this, &object, noun](Result&& result, sdbus::ObjectPath, Options) {
+        owner_ = object.getCurrentlyProcessedMessage()->getSender();
+        didCall("Register" + noun, "Register" + noun, std::move(result));
+      });
+  object.registerMethod("Unregister" + noun)
+      .onInterface(interface)
+      .implementedAs([this, noun](Result&& result, sdbus::ObjectPath) {
+        didCall("Unregister" + noun, "Unregister" + noun, std::move(result));
+      });
+}
+
+std::unique_ptr<sdbus::IProxy> ScriptedBluez::served(const std::string& path) {
+  return sdbus::createProxy(*caller_, owner_, "/tandrell" + path);
+}
+
+std::string ScriptedBluez::describeServices() {
+  std::map<sdbus::ObjectPath, std::map<std::string, Options>> objects;
+  served("/services")
+      ->callMethod("GetManagedObjects")
+      .onInterface("org.freedesktop.DBus.ObjectManager")
+      .storeResultsTo(objects);
+  std::string text;
+  for (auto& [path, interfaces] : objects) {
+    for (const auto* interface : {service, characteristic}) {
+      if (!interfaces.contains(interface)) continue;
+      auto& properties = interfaces.at(interface);
+      text += properties["UUID"].get<std::string>().substr(4, 4);
+      if (interface == characteristic) {
+        text += " " + properties["Flags"].get<std::vector<std::string>>().at(0);
+      }
+      text += "; ";
+    }
+  }
+  return text;
+}
+
+std::string ScriptedBluez::describeAdvertisement() {
+  const auto proxy = served("/advertisement");
+  const auto get = [&](const char* name) {
+    return proxy->getProperty(name).onInterface("org.bluez.LEAdvertisement1");
+  };
+  return get("Type").get<std::string>() + " " + get("LocalName").get<std::string>() + " " +
+         get("ServiceUUIDs").get<std::vector<std::string>>().at(0);
+}
+
+void ScriptedBluez::startNotify() {
+  served("/services/service0/characteristic1")
+      ->callMethod("StartNotify")
+      .onInterface(characteristic);
+}
+
+std::string ScriptedBluez::write(Data value, std::uint16_t mtu) try {
+  const Options options = {{"device", sdbus::Variant(sdbus::ObjectPath(devicePath))},
+                           {"mtu", sdbus::Variant(mtu)}};
+  served("/services/service0/characteristic2")
+      ->callMethod("WriteValue")
+      .onInterface(characteristic)
+      .withArguments(value, options);
+  return "taken";
+} catch (const sdbus::Error& error) {
+  return error.getName() + " " + error.getMessage();
 }
 
 void ScriptedBluez::addDevice() {
@@ -196,6 +276,12 @@ void ScriptedBluez::didCall(const std::string& method, const std::string& call, 
   } else {
     script.error ? result.returnError(*script.error) : result.returnResults();
   }
+  calls_.push_back(call);
+  arrived_.notify_all();
+}
+
+void ScriptedBluez::note(const std::string& call) {
+  const std::lock_guard lock(mutex_);
   calls_.push_back(call);
   arrived_.notify_all();
 }

@@ -42,6 +42,13 @@ class ScriptedBluez {
   void notify(Data value);
   void sight();
 
+  // What a central does on the services that are registered, through this bluetoothd. A write
+  // returns the text of its error; what is notified appears among the calls, "Value 20".
+  std::string describeServices();
+  std::string describeAdvertisement();
+  void startNotify();
+  std::string write(Data value, std::uint16_t mtu);
+
   /// The next call of the method fails, or is answered only by `answer`.
   void fail(const std::string& method, const std::string& error, const std::string& text);
   void hold(const std::string& method);
@@ -62,6 +69,9 @@ class ScriptedBluez {
   void addMethod(sdbus::IObject& object, const char* interface, const char* method);
   void addCharacteristic(const std::string& path, const char* uuid, bool notifies, bool signalled);
   void didCall(const std::string& method, const std::string& call, Result result);
+  void addRegistration(sdbus::IObject& object, const char* interface, const std::string& noun);
+  std::unique_ptr<sdbus::IProxy> served(const std::string& path);
+  void note(const std::string& call);
   void complete(const std::string& method, const std::optional<sdbus::Error>& error);
   template <class Value>
   void addProperty(sdbus::IObject& object, const char* interface, const char* name,
@@ -69,6 +79,7 @@ class ScriptedBluez {
   void changed(const std::string& path, const char* interface, const char* name);
 
   std::unique_ptr<sdbus::IConnection> connection_;
+  std::unique_ptr<sdbus::IConnection> caller_;  // waits for answers on the test's thread
   std::map<std::string, std::unique_ptr<sdbus::IObject>> objects_;
 
   std::mutex mutex_;  // what the bus's thread shares
@@ -82,6 +93,7 @@ class ScriptedBluez {
   bool notifying_ = false;
   std::int16_t rssi_ = -60;
   Data value_;
+  std::string owner_;  // of what is registered
 };
 
 }  // namespace tandrell
