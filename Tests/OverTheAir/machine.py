@@ -23,14 +23,21 @@ def check(condition, text):
 
 
 def power(adapter, on):
-    subprocess.run(["dbus-send", "--system", "--print-reply", "--dest=org.bluez",
-                    f"/org/bluez/{adapter}", "org.freedesktop.DBus.Properties.Set",
-                    "string:org.bluez.Adapter1", "string:Powered",
-                    f"variant:boolean:{str(on).lower()}"], check=True, stdout=subprocess.DEVNULL)
+    call = subprocess.run(["dbus-send", "--system", "--print-reply", "--dest=org.bluez",
+                           f"/org/bluez/{adapter}", "org.freedesktop.DBus.Properties.Set",
+                           "string:org.bluez.Adapter1", "string:Powered",
+                           f"variant:boolean:{str(on).lower()}"], capture_output=True, text=True)
+    check(call.returncode == 0, f"{adapter} cannot be switched: {call.stderr.strip()}")
+
+
+def bluetoothd():
+    """The number of its process, or 0."""
+    return int(subprocess.run(["pidof", "bluetoothd"], capture_output=True).stdout or 0)
 
 
 def kill_bluetoothd():
-    process = int(subprocess.check_output(["pidof", "bluetoothd"]))
+    process = bluetoothd()
+    check(process, "bluetoothd has died")
     os.kill(process, signal.SIGKILL)
     while os.path.exists(f"/proc/{process}"):
         time.sleep(0.05)
@@ -43,6 +50,8 @@ def start_bluetoothd():
 
 def begin_anew():
     """Ends every link, and lets bluetoothd and the program forget everything; hci0 is on."""
+    if not bluetoothd():
+        start_bluetoothd()  # it died in the scenario before
     power("hci0", False)
     power("hci1", False)
     kill_bluetoothd()
