@@ -35,8 +35,8 @@ struct BridgeEvent {
 /// device's faults demand is done as far as a real link lets a peripheral do it:
 /// - an attempt that is to fail connects and is cut off at once, and a drop takes as long as the
 ///   platform takes to end a link;
-/// - a refused write fails with an error of the attribute protocol, and one whose confirmation is
-///   lost when the platform gives up;
+/// - a refused write fails with an error of the attribute protocol; one whose confirmation is lost,
+///   or that the link drops under, ends as the platform ends what nobody answers;
 /// - a subscription cannot be refused: the phone believes in it, and hears nothing.
 ///
 /// Lives on a queue of its own, that of `timeline()`. Owned by whoever made it; owns the device.

@@ -85,8 +85,8 @@ void BluezApplication::didWrite(const Uuid& uuid, Written written, Data value,
   // A request that waits for its response is told without a type.
   request.needsResponse = optionOf<std::string>(options, "type", "request") != "command";
   request.handle = nextWrite_++;
-  writes_.emplace(request.handle, std::move(written));
   const auto device = optionOf<sdbus::ObjectPath>(options, "device", {});
+  writes_.emplace(request.handle, Write{device, std::move(written)});
   const auto mtu = optionOf<std::uint16_t>(options, "mtu", 0);
   listener_.didWrite(device, mtu, std::move(request));
 }
@@ -95,10 +95,23 @@ void BluezApplication::respond(std::uint64_t handle, const std::optional<Error>&
   const auto write = writes_.extract(handle);
   if (write.empty()) return;
   bus_.send([&] {
-    if (!error) return write.mapped().returnResults();
+    if (!error) return write.mapped().written.returnResults();
     const auto refusal = refusalOf(*error);
-    write.mapped().returnError(sdbus::Error(refusal.domain, refusal.text));
+    write.mapped().written.returnError(sdbus::Error(refusal.domain, refusal.text));
   });
+}
+
+void BluezApplication::confirmWrites(const std::string& device) {
+  std::vector<std::uint64_t> handles;
+  for (const auto& [handle, write] : writes_) {
+    if (write.device == device) handles.push_back(handle);
+  }
+  for (const auto handle : handles) respond(handle, std::nullopt);
+}
+
+void BluezApplication::forgetWrites(const std::string& device) {
+  std::erase_if(writes_,
+                [&](const auto& each) { return device.empty() || each.second.device == device; });
 }
 
 void BluezApplication::update(const Uuid& uuid, Data value) {

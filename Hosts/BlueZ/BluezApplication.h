@@ -41,11 +41,17 @@ class BluezApplication {
   /// Sends the value to everybody who has enabled notifications.
   void update(const Uuid& characteristic, Data value);
   void respond(std::uint64_t handle, const std::optional<Error>& error);
-  /// Nobody waits for answers any more: they were bluetoothd's.
-  void forgetWrites() { writes_.clear(); }
+  /// Confirms every write of the device that is unanswered.
+  void confirmWrites(const std::string& device);
+  /// The link of the device, or with an empty path every link, is gone with its writes.
+  void forgetWrites(const std::string& device = {});
 
  private:
   using Written = sdbus::Result<>;
+  struct Write {
+    std::string device;
+    Written written;
+  };
 
   void serveCharacteristic(const std::string& service, const std::string& path,
                            const LocalCharacteristic& characteristic);
@@ -58,7 +64,7 @@ class BluezApplication {
   std::vector<std::string> served_;  // paths
   std::map<Uuid, std::string> paths_;
   std::map<Uuid, Data> values_;  // the last of each
-  std::map<std::uint64_t, Written> writes_;
+  std::map<std::uint64_t, Write> writes_;
   std::uint64_t nextWrite_ = 1;
 };
 

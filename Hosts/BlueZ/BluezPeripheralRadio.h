@@ -27,7 +27,8 @@ struct BluezPeripheralOptions {
 /// registered again when bluetoothd has been restarted. Peculiarities of the platform:
 /// - nobody can refuse a subscription;
 /// - with several centrals at once, who has subscribed is not known, and the first is named;
-/// - a write that is not answered fails after bluetoothd's own limit;
+/// - a write that is not answered fails after 5 seconds, and where this side ends the link before,
+///   it is confirmed at the last moment;
 /// - `maximumUpdateLength` is 20 until the central's first write.
 class TANDRELL_API BluezPeripheralRadio final : public PeripheralManagerFactory {
  public:

@@ -18,6 +18,7 @@ constexpr std::size_t updateOverhead = 5;
 
 /// bluetoothd lingers for 2 to 3 seconds before it ends a link.
 constexpr std::chrono::seconds endLimit{6};
+constexpr std::chrono::milliseconds lastMoment{1700};
 
 }  // namespace
 
@@ -86,6 +87,7 @@ void BluezServer::announce(State state) {
 void BluezServer::forget() {
   const auto centrals = centrals_;
   for (const auto& [device, central] : centrals) part(device);
+  leaving_.clear();
   if (announced_ != State::poweredOff) {
     services_.forget();
     advertisement_.forget();
@@ -189,6 +191,8 @@ bool BluezServer::meet(const std::string& path) {
 }
 
 void BluezServer::part(const std::string& path) {
+  application_.forgetWrites(path);
+  leaving_.erase(path);
   const auto central = centrals_.extract(path);
   if (central.empty()) return;
   outbox_.tell([gone = central.mapped()](auto& delegate) { delegate.didDisconnect(gone); });
@@ -201,6 +205,13 @@ void BluezServer::disconnect(const Uuid& identifier) {
 }
 
 void BluezServer::disconnectAt(const std::string& path) {
+  leaving_[path] = false;
+  bus_.after(lastMoment, [this, path] {
+    const auto leaving = leaving_.find(path);
+    if (leaving == leaving_.end()) return;
+    leaving->second = true;
+    application_.confirmWrites(path);
+  });
   bus_.call(
       path, deviceInterface, "Disconnect", {},
       [this, path](auto*, const auto& error) {
@@ -248,6 +259,8 @@ void BluezServer::didWrite(const std::string& device, std::uint16_t mtu, WriteRe
   if (mtu > updateOverhead) {
     central.maximumUpdateLength = std::max(leastUpdate, mtu - updateOverhead);
   }
+  const auto leaving = leaving_.find(device);
+  if (leaving != leaving_.end() && leaving->second) return application_.confirmWrites(device);
   request.central = central;
   outbox_.tell(
       [request = std::move(request)](auto& delegate) { delegate.didReceiveWrite(request); });

@@ -22,6 +22,10 @@ namespace tandrell {
 /// unless it is one of classic Bluetooth; any other once it writes, or is the only one who can have
 /// enabled notifications.
 ///
+/// A link that this side ends lingers for 2 to 3 seconds, and must not end under a write that is
+/// not answered: bluetoothd then takes the answer that it gives by itself after 5 seconds to the
+/// wrong link, or does not survive it. Such writes are confirmed at the last moment.
+///
 /// Owned by the manager. Everything but the constructor, `start`, `post` and the destructor runs on
 /// the bus's thread.
 class BluezServer final : public BluezBusListener, private BluezApplication::Listener {
@@ -89,6 +93,7 @@ class BluezServer final : public BluezBusListener, private BluezApplication::Lis
   bool advertises_ = false;
   std::optional<CentralManagerState> announced_;
   std::map<std::string, RemoteCentral> centrals_;  // by the paths of their devices
+  std::map<std::string, bool> leaving_;            // whether the last moment has come
   BluezBus bus_;                                   // last: its thread uses the rest
 };
 

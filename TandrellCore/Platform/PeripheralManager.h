@@ -102,7 +102,7 @@ class TANDRELL_API PeripheralManager {
 
   /// Answers a write; the error is passed on where it is one of the attribute protocol
   /// ("CBATTErrorDomain") and stands for an error of the application otherwise. A write that is
-  /// never answered fails in the time that the platform sets, or goes down with its link. Of no
+  /// never answered ends in the way and the time that the platform sets. Of no
   /// effect for one that is answered already or needs no response.
   virtual void respond(const WriteRequest& request, const std::optional<Error>& error) = 0;
 
