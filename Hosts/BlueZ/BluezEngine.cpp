@@ -146,7 +146,8 @@ void BluezEngine::scan(std::vector<Uuid> services) {
   }
   const auto devices = objects_.devices();
   for (const auto& [path, device] : devices) {
-    if (device.rssi) sighted(path);
+    // A link that somebody else made, or an earlier run: its device does not advertise.
+    if (device.rssi || device.connected) sighted(path);
   }
   updateDiscovery();
 }
