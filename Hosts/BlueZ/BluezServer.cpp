@@ -151,7 +151,8 @@ void BluezServer::stopAdvertising() {
 
 /// A controller may report an advertisement to a scan that runs only when it begins.
 void BluezServer::renew() {
-  if (advertises_ && centrals_.empty()) advertisement_.renew();
+  const bool wanted = advertises_ && announced_ == State::poweredOn;
+  if (wanted && centrals_.empty()) advertisement_.renew();
   bus_.after(options_.renewal, [this] { renew(); });
 }
 
