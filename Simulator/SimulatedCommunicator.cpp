@@ -159,10 +159,15 @@ void SimulatedCommunicator::restart() {
 
 void SimulatedCommunicator::didConnect(const std::shared_ptr<DeviceLink>& link) {
   link_ = link;
+  records_.change([&](auto& records) { ++records.connections; });
+  dropPartialFrame();
+}
+
+void SimulatedCommunicator::dropPartialFrame() {
+  const Data partial = framer_.reset();
+  if (partial.empty()) return;
   records_.change([&](auto& records) {
-    ++records.connections;
-    const Data partial = framer_.reset();
-    if (!partial.empty()) records.malformed.push_back({timeline_->now(), "cut off", partial});
+    records.malformed.push_back({timeline_->now(), "cut off", partial});
   });
 }
 
@@ -176,6 +181,7 @@ std::optional<Error> SimulatedCommunicator::didSubscribe(const Uuid& characteris
   if (auto refusal = enabled ? faults_.nextSubscription() : std::nullopt) return refusal;
   subscribed_ = enabled;
   if (!enabled) return {};
+  dropPartialFrame();  // of a phone's earlier life, whose link has outlived it
   if (options_.reportsOnSubscription) firmware_.reportAll();
   for (const auto& frame : std::exchange(unsent_, {})) sendFrame(frame);
   return {};

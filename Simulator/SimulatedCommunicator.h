@@ -100,6 +100,7 @@ class TANDRELL_API SimulatedCommunicator final
   void act(Action action);
   CommunicatorFirmware::Ports firmwarePorts();
   void changed();
+  void dropPartialFrame();
   void drop(CutWrite cut = CutWrite::unanswered);
   void shutDown();
   void boot();

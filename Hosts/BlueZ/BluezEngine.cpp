@@ -26,9 +26,11 @@ BluezEngine::BluezEngine(const BluezOptions& options, std::optional<std::string>
       bus_(*this, options.busAddress) {}
 
 BluezEngine::~BluezEngine() {
-  if (restoreIdentifier_) return;
   bus_.post([this] {
-    for (const auto& [identifier, link] : links_) link->cancel();
+    for (const auto& [identifier, link] : links_) {
+      if (!restoreIdentifier_) link->cancel();
+    }
+    links_.clear();  // they hold what is the bus's
   });
 }
 
@@ -54,7 +56,7 @@ void BluezEngine::restore() {
     const bool ours = std::any_of(services.begin(), services.end(), [&](const Uuid& service) {
       return std::find(device.uuids.begin(), device.uuids.end(), service) != device.uuids.end();
     });
-    if (!device.connected || !isOurs(device) || !ours) continue;
+    if (!device.connected || !isOurs(device) || !ours || objects_.isAcquired(path)) continue;
     const auto link = linkAt(path);
     link->adopt();
     restored.push_back(peripheralOf(link->identifier()));
@@ -115,12 +117,11 @@ void BluezEngine::didChange(const std::string& path, const std::string& interfac
                             const std::vector<std::string>& invalidated) {
   objects_.change(path, interface, changed, invalidated);
   if (interface == adapterInterface && path == adapter_) updateState();
-  if (interface == BluezObjects::characteristicInterface && changed.contains("Value")) {
-    const auto& value = changed.at("Value");
-    const auto link = existingLinkAt(path.substr(0, path.find("/service")));
-    if (!link || !value.containsValueOfType<std::vector<std::uint8_t>>()) return;
-    const auto bytes = value.get<std::vector<std::uint8_t>>();
-    return link->didReceive(path, Data(bytes.begin(), bytes.end()));
+  if (interface == BluezObjects::characteristicInterface) {
+    const auto of = path.substr(0, path.find("/service"));
+    const auto* device = objects_.device(of);
+    if (device && device->connected) sighted(of);
+    return;
   }
   if (interface != BluezObjects::deviceInterface) return;
   if (changed.contains("RSSI") || changed.contains("UUIDs")) sighted(path);
@@ -138,6 +139,7 @@ void BluezEngine::scan(std::vector<Uuid> services) {
   if (announced_ != State::poweredOn) return;
   scan_ = std::move(services);
   reported_.clear();
+  forgotten_.clear();
   for (const auto& [identifier, link] : links_) {
     // A device that was lost is looked for by connecting to it, which finds it as soon as it is
     // back.
@@ -146,7 +148,6 @@ void BluezEngine::scan(std::vector<Uuid> services) {
   }
   const auto devices = objects_.devices();
   for (const auto& [path, device] : devices) {
-    // A link that somebody else made, or an earlier run: its device does not advertise.
     if (device.rssi || device.connected) sighted(path);
   }
   updateDiscovery();
@@ -157,11 +158,14 @@ void BluezEngine::stopScan() {
   updateDiscovery();
 }
 
+/// A device that is connected, by an earlier run perhaps, does not advertise and counts all the
+/// same, unless another process listens to it now.
 void BluezEngine::sighted(const std::string& path) {
   const auto* device = objects_.device(path);
   if (!device || !isOurs(*device) || device->address.empty()) return;
   auto link = existingLinkAt(path);
   if (link) link->remember(device->uuids);
+  if (device->connected && objects_.isAcquired(path)) return;
   if (link) link->didAppear();
   if (!scan_) return;
   if (!link) {
@@ -169,10 +173,22 @@ void BluezEngine::sighted(const std::string& path) {
         scan_->empty() || std::any_of(scan_->begin(), scan_->end(), [&](auto& uuid) {
           return std::find(device->uuids.begin(), device->uuids.end(), uuid) != device->uuids.end();
         });
-    if (!wanted) return;
+    if (!wanted) return forget(path);
     link = linkAt(path);
   }
   if (isLookedFor(*link)) report(link);
+}
+
+/// Lets bluetoothd begin anew with a device that is there, but of which it knows no service: a link
+/// that ended before the services were resolved leaves it so, and advertising does not tell them
+/// again. Once in a scan, for others may advertise none.
+void BluezEngine::forget(const std::string& path) {
+  const auto* device = objects_.device(path);
+  if (!device->rssi || !device->uuids.empty() || device->connected || device->paired) return;
+  if (!forgotten_.insert(path).second) return;
+  bus_.call(
+      adapter_, adapterInterface, "RemoveDevice",
+      [&](auto& call) { call << sdbus::ObjectPath(path); }, [](auto*, const auto&) {});
 }
 
 bool BluezEngine::isLookedFor(const BluezLink& link) const {

@@ -61,6 +61,7 @@ class BluezEngine final : public BluezBusListener {
   bool needsDiscovery() const;
   bool isConnecting() const;
   void sighted(const std::string& path);
+  void forget(const std::string& path);
   void report(const std::shared_ptr<BluezLink>& link);
   bool isLookedFor(const BluezLink& link) const;
   std::shared_ptr<BluezLink> linkAt(const std::string& path);
@@ -79,6 +80,7 @@ class BluezEngine final : public BluezBusListener {
   Discovery discovery_ = Discovery::off;
   std::optional<std::vector<Uuid>> scan_;  // what is looked for; absent while not scanning
   std::set<Uuid> reported_;
+  std::set<std::string> forgotten_;
   std::map<Uuid, std::shared_ptr<BluezLink>> links_;
   std::map<Uuid, std::weak_ptr<Peripheral>> peripherals_;
   BluezBus bus_;  // last: its thread uses the rest

@@ -54,7 +54,6 @@ void BluezLink::connect() {
     });
   }
   if (phase_ != Phase::idle) return;
-  subscriptions_.clear();
   enter(host_.objects.device(path_) ? Phase::connecting : Phase::waiting);
 }
 
@@ -101,6 +100,7 @@ void BluezLink::didConnectReply(const std::optional<Error>& error) {
 
 void BluezLink::adopt() {
   phase_ = Phase::connected;
+  isForeign_ = false;
   wasConnected_ = true;
   ++connection_;
 }
@@ -139,6 +139,7 @@ void BluezLink::didChangeConnected(bool connected) {
 }
 
 void BluezLink::didUnlink(const std::optional<Error>& error) {
+  drain();
   ++connection_;
   discoveries_.clear();
   subscriptions_.clear();
@@ -155,7 +156,7 @@ void BluezLink::didUnlink(const std::optional<Error>& error) {
 void BluezLink::cancel() {
   wanted_ = false;
   if (phase_ == Phase::idle || phase_ == Phase::ending) return;
-  if (phase_ == Phase::waiting) return didUnlink(std::nullopt);
+  if (phase_ == Phase::waiting || isForeign_) return didUnlink(std::nullopt);
   enter(Phase::ending);
   askToEnd();
 }
@@ -274,59 +275,63 @@ void BluezLink::setNotify(bool enabled, const GattCharacteristic& characteristic
       asking.didUpdateNotificationState(characteristic, CentralError::uuidNotAllowed);
     });
   }
-  subscriptions_[path].delegate = std::move(delegate);
-  subscribe(path, characteristic, enabled);
+  const auto [entry, isNew] = subscriptions_.try_emplace(path);
+  auto& subscription = entry->second;
+  subscription.delegate = std::move(delegate);
+  if (enabled && isNew) return subscribe(path, characteristic);
+  if (enabled && !subscription.socket) return;  // the answer is on its way
+  tellSubscribed(subscription.delegate, characteristic, std::nullopt);
+  if (!enabled) subscriptions_.erase(entry);
 }
 
-void BluezLink::subscribe(const std::string& path, const GattCharacteristic& characteristic,
-                          bool enabled) {
-  host_.bus.call(path, BluezObjects::characteristicInterface,
-                 enabled ? "StartNotify" : "StopNotify", {},
-                 [weak = weak_from_this(), connection = connection_, path, characteristic, enabled](
-                     auto*, const std::optional<Error>& error) {
-                   const auto self = weak.lock();
-                   if (!self || self->connection_ != connection) return;
-                   self->didSubscribe(path, characteristic, enabled, error);
-                 });
+void BluezLink::subscribe(const std::string& path, const GattCharacteristic& characteristic) {
+  host_.bus.call(
+      path, BluezObjects::characteristicInterface, "AcquireNotify",
+      [](auto& call) { call << BluezProperties(); },
+      [weak = weak_from_this(), connection = connection_, path, characteristic](
+          sdbus::MethodReply* reply, const std::optional<Error>& error) {
+        const auto self = weak.lock();
+        if (!self || self->connection_ != connection) return;
+        self->didSubscribe(path, characteristic, reply, error);
+      });
 }
 
 void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& characteristic,
-                             bool enabled, const std::optional<Error>& error) {
-  auto& subscription = subscriptions_[path];
-  const auto* known = host_.objects.characteristic(path);
-  // Already subscribed, which bluetoothd may do by itself, is as good.
-  const bool already =
-      error && enabled && failureOf(*error) == BluezFailure::busy && known && known->notifying;
-  const auto outcome = error && !already ? std::optional(platformError(*error)) : std::nullopt;
-  host_.outbox.tell(subscription.delegate, [characteristic, outcome](auto& delegate) {
-    delegate.didUpdateNotificationState(characteristic, outcome);
+                             sdbus::MethodReply* reply, const std::optional<Error>& error) {
+  const auto found = subscriptions_.find(path);
+  if (found == subscriptions_.end()) return;  // given up meanwhile
+  const auto delegate = found->second.delegate;
+  if (error) {
+    const auto failure = failureOf(*error);
+    // Busy: the other program listens to the signals.
+    isForeign_ |= failure == BluezFailure::acquired || failure == BluezFailure::busy;
+    subscriptions_.erase(found);
+    return tellSubscribed(delegate, characteristic, platformError(*error));
+  }
+  sdbus::UnixFd descriptor;
+  *reply >> descriptor;
+  tellSubscribed(delegate, characteristic, std::nullopt);
+  found->second.socket = std::make_unique<BluezSocket>(
+      host_.bus, std::move(descriptor), [this, path, characteristic](Data value) {
+        host_.outbox.tell(subscriptions_[path].delegate,
+                          [characteristic, value = std::move(value)](auto& listening) {
+                            listening.didUpdateValue(characteristic, value, std::nullopt);
+                          });
+      });
+}
+
+void BluezLink::tellSubscribed(const DelegatePtr& delegate,
+                               const GattCharacteristic& characteristic,
+                               const std::optional<Error>& error) const {
+  host_.outbox.tell(delegate, [characteristic, error](auto& asking) {
+    asking.didUpdateNotificationState(characteristic, error);
   });
-  if (!enabled) subscribedBefore_.erase(path);
-  if (!enabled || outcome) {
-    subscriptions_.erase(path);
-    return;
-  }
-  subscription.established = true;
-  subscribedBefore_.insert(path);
-  for (auto& value : std::exchange(subscription.early, {})) deliver(path, std::move(value));
 }
 
-void BluezLink::didReceive(const std::string& characteristic, Data value) {
-  const auto found = subscriptions_.find(characteristic);
-  if (found != subscriptions_.end() && found->second.established) {
-    return deliver(characteristic, std::move(value));
+void BluezLink::drain() {
+  for (auto& [path, subscription] : subscriptions_) {
+    if (subscription.socket) subscription.socket->drain();
   }
-  // bluetoothd has subscribed again by itself, even before it says that there is a connection.
-  const bool linked = phase_ == Phase::connected || phase_ == Phase::connecting;
-  const bool expected = found != subscriptions_.end() || subscribedBefore_.contains(characteristic);
-  if (linked && expected) subscriptions_[characteristic].early.push_back(std::move(value));
-}
-
-void BluezLink::deliver(const std::string& path, Data value) {
-  host_.outbox.tell(
-      subscriptions_[path].delegate,
-      [characteristic = host_.objects.gattCharacteristic(path), value = std::move(value)](
-          auto& delegate) { delegate.didUpdateValue(characteristic, value, std::nullopt); });
 }
 
 // Writes.
@@ -356,6 +361,7 @@ void BluezLink::submit(const Write& write) {
 }
 
 void BluezLink::didWrite(Write write, const std::optional<Error>& error) {
+  drain();  // what the device said before it confirmed
   if (!error) return tellWritten(write, std::nullopt);
   const auto failure = failureOf(*error);
   if (failure == BluezFailure::refused) return tellWritten(write, platformError(*error));

@@ -34,6 +34,7 @@ void take(BluezDevice& device, const BluezProperties& properties) {
   readPath(properties, "Adapter", device.adapter);
   read(properties, "Address", device.address);
   read(properties, "Name", device.name);
+  read(properties, "Paired", device.paired);
   read(properties, "Connected", device.connected);
   read(properties, "ServicesResolved", device.servicesResolved);
   device.classic = device.classic || properties.contains("Class");
@@ -59,7 +60,7 @@ void take(BluezService& service, const BluezProperties& properties) {
 void take(BluezCharacteristic& characteristic, const BluezProperties& properties) {
   readPath(properties, "Service", characteristic.service);
   readUuid(properties, "UUID", characteristic.uuid);
-  read(properties, "Notifying", characteristic.notifying);
+  read(properties, "NotifyAcquired", characteristic.acquired);
 }
 
 template <class Object>
@@ -134,6 +135,15 @@ const BluezDevice* BluezObjects::device(const std::string& path) const {
 
 const BluezCharacteristic* BluezObjects::characteristic(const std::string& path) const {
   return find(characteristics_, path);
+}
+
+bool BluezObjects::isAcquired(const std::string& device) const {
+  for (const auto& service : servicesOf(device)) {
+    for (const auto& path : characteristicsOf(service)) {
+      if (characteristics_.at(path).acquired) return true;
+    }
+  }
+  return false;
 }
 
 std::vector<std::string> BluezObjects::servicesOf(const std::string& device) const {

@@ -22,6 +22,7 @@ struct BluezDevice {
   std::string name;
   std::vector<Uuid> uuids;
   std::optional<int> rssi;  ///< present from a sighting to the end of that discovery
+  bool paired = false;
   bool connected = false;
   bool servicesResolved = false;
   bool classic = false;  ///< known from classic Bluetooth, be it besides
@@ -35,7 +36,7 @@ struct BluezService {
 struct BluezCharacteristic {
   std::string service;
   Uuid uuid;
-  bool notifying = false;
+  bool acquired = false;  ///< some process holds the socket of its notifications
 };
 
 class BluezObjects {
@@ -62,6 +63,9 @@ class BluezObjects {
   const BluezDevice* device(const std::string& path) const;
   const BluezCharacteristic* characteristic(const std::string& path) const;
   const std::map<std::string, BluezDevice>& devices() const { return devices_; }
+
+  /// Whether some process, this one included, listens to the device.
+  bool isAcquired(const std::string& device) const;
 
   /// The paths of a device's services, of a service's characteristics.
   std::vector<std::string> servicesOf(const std::string& device) const;

@@ -33,15 +33,17 @@ class ScriptedBluez {
   ~ScriptedBluez();
 
   // Its objects; what is not signalled is only there to be read.
-  void addDevice();
+  void addDevice(bool withServices = true);
   bool hasDevice();
   void removeDevice();
   void addServices(bool signalled = true);
   void setPowered(bool powered);
   void setConnected(bool connected, bool signalled = true);
   void setResolved(bool resolved, bool signalled = true);
-  void setNotifying(bool notifying);
-  void notify(Data value);
+  /// Another program listens, or does so no more.
+  void setAcquired(bool acquired);
+  /// Through the socket that was acquired last.
+  void notify(const Data& value);
   void sight();
 
   // What a central does on the services that are registered, through this bluetoothd. A write
@@ -69,7 +71,7 @@ class ScriptedBluez {
   std::string nextCall();
 
  private:
-  using Result = sdbus::Result<>;
+  using Result = std::function<void(const std::optional<sdbus::Error>&)>;
   struct Script {
     bool held = false;
     std::optional<sdbus::Error> error;
@@ -77,6 +79,8 @@ class ScriptedBluez {
 
   sdbus::IObject& add(const std::string& path);
   sdbus::IObject& object(const std::string& path);
+  static Result resultOf(sdbus::Result<>&& result);
+  void acquire(sdbus::Result<sdbus::UnixFd, std::uint16_t>&& result);
   void addMethod(sdbus::IObject& object, const char* interface, const char* method);
   void addCharacteristic(const std::string& path, const char* uuid, bool notifies, bool signalled);
   void didCall(const std::string& method, const std::string& call, Result result);
@@ -102,9 +106,9 @@ class ScriptedBluez {
   bool powered_;
   bool connected_ = false;
   bool resolved_ = false;
-  bool notifying_ = false;
+  bool acquired_ = false;
+  sdbus::UnixFd socket_;
   std::int16_t rssi_ = -60;
-  Data value_;
   std::string owner_;  // of what is registered
 };
 
