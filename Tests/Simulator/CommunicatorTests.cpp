@@ -88,11 +88,14 @@ TEST(FaultPlan, ShapesTheNotificationsOfTheGreeting) {
   EXPECT_EQ(notifications(FaultPlan().cutNotifications()), 43);
 }
 
-TEST(SimulatedCommunicator, TransmitsOneParcelAtATime) {
-  World world;
+TEST(SimulatedCommunicator, TransmitsOneParcelAtATimeOnceThereIsASatellite) {
+  World world({.communicator = {.reception = Reception::silent}});
   ASSERT_TRUE(world.connect());
-  world.events.clear();
   for (const std::uint32_t id : {1u, 2u}) (void)world.link->send(World::message(id, "text"), false);
+  world.time->advance(1h);
+  EXPECT_THAT(world.parcels, IsEmpty());
+  world.events.clear();
+  world.communicator->setReception(Reception::available);
   ASSERT_TRUE(world.eventually([&] { return world.ended(2); }));
   std::erase(world.events, "listening");
   EXPECT_THAT(world.events, ElementsAre("connecting", "sending", "delivered", "connecting",
