@@ -57,11 +57,6 @@ class ProgramTest(unittest.TestCase):
         self.assertIn(self.data, errors)
         self.assertEqual(json.loads(out)["status"], 1)
 
-    def test_unknown_option_is_refused(self):
-        process = self.start("--loud", "watch")
-        out, errors = process.communicate(timeout=60)
-        self.assertEqual((process.returncode, out, errors.count("\n")), (2, "", 1))
-
 
 if __name__ == "__main__":
     unittest.main()
