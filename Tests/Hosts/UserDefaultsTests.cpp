@@ -57,6 +57,7 @@ TEST_P(UserDefaultsContract, EveryKindComesBackAsItWas) {
   constexpr auto infinity = std::numeric_limits<double>::infinity();
   constexpr auto integers = std::numeric_limits<std::int64_t>();
   const std::vector<List> scalars = {{true},
+                                     {false},
                                      {integers.max()},
                                      {integers.min()},
                                      {0.1},
