@@ -14,10 +14,8 @@ TEST_P(CentralTest, FindsTheDeviceAndMakesItsServiceReady) {
   radio->advertise(a);
   radio->advertise(a);
   EXPECT_THAT(radio->takeCalls(), ElementsAre("makeCentralManager restore", scan, "connect A"));
-  EXPECT_EQ(log.count("didDiscoverPeripheral: notified session of discovery; uuid=" + service), 1u);
   radio->tellConnected(a);
   a->findServices({BleConfig::DfuUUIDs::Service, Service});
-  EXPECT_EQ(log.count("peripheralDidDiscoverService: service is unrecognized; uuid=FE59"), 1u);
   EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent"));
   a->findCharacteristics(Service, {TransmittingChar, Uuid("2A00")});
   EXPECT_FALSE(session->connected()) << "one characteristic is missing";
@@ -77,7 +75,6 @@ TEST_P(CentralTest, AnAttemptThatOutlastsTheGracePeriodIsGivenUpWithoutASecondEv
 TEST_P(CentralTest, AScanWaitsForAnUnknownRadio) {
   radio->setState(CentralManagerState::unknown);
   start();
-  EXPECT_EQ(log.count("startScan: Delaying device scan"), 1u);
   EXPECT_THAT(radio->takeCalls(), ElementsAre("makeCentralManager restore"));
   radio->setState(CentralManagerState::poweredOn);
   radio->setState(CentralManagerState::poweredOn);
@@ -104,7 +101,6 @@ TEST_P(CentralTest, DoesNotScanForAServiceThatNobodyAskedFor) {
 TEST_P(CentralTest, ARadioThatIsOffIsAnErrorForEverySession) {
   radio->setState(CentralManagerState::poweredOff);
   start();
-  EXPECT_EQ(log.count("startScan: Ble disabled; state=poweredOff"), 1u);
   EXPECT_THAT(takeEvents(), ElementsAre("bluetoothDisabled"));
   radio->setState(CentralManagerState::poweredOn);
   EXPECT_THAT(radio->takeCalls(), ElementsAre("makeCentralManager restore"));
@@ -134,19 +130,12 @@ TEST_P(CentralTest, ADropIsAPauseWithAGracePeriodAndADisconnectWithout) {
   drop();
   EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"));
   EXPECT_THAT(radio->takeCalls(), IsEmpty());
-  drop();
-  EXPECT_EQ(log.count("removeDisconnectedPeripheral: failed to find blePeripheral; uuid=" +
-                      a->identifier().text()),
-            1u);
 }
 
 TEST_P(CentralTest, ADisconnectThatWasAskedForIsFinal) {
   start();
   disconnect();
   EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent")) << "at once: nothing is connected";
-  EXPECT_EQ(
-      log.count("disconnectPeripheral: peripheral with service not found; serviceUUID=" + service),
-      1u);
   EXPECT_FALSE(radio->isScanning());
   EXPECT_FALSE(session->scanning());
 
@@ -178,9 +167,6 @@ TEST_P(CentralTest, AFailedConnectionEndsTheSession) {
   radio->advertise(a);
   radio->tellFailed(a);
   EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "connectFailure"));
-  EXPECT_THAT(log.texts(LogFacadeLevel::error),
-              ElementsAre("didFailToConnect: peripheral connect failed; uuid=" +
-                          a->identifier().text() + "; error=nil"));
   reconnect();
   connect();
 }
@@ -204,20 +190,13 @@ TEST_P(CentralTest, ADeviceThatCannotBeUsedIsLetGo) {
     EXPECT_EQ(radio->takeCalls().back(), "cancel A");
     radio->tellDisconnected(a);
   }
-  const std::string text = "error=" + error.description();
-  EXPECT_THAT(log.texts(LogFacadeLevel::error),
-              ElementsAre("peripheralDidDiscoverServices: received error; " + text,
-                          "peripheralDidDiscoverCharacteristics: received error; " + text,
-                          "didUpdateNotificationState: unhandled error; " + text));
 }
 
 TEST_P(CentralTest, RestoresTheConnectionsOfAnEarlierLife) {
   radio->setState(CentralManagerState::unknown);
   start();
   radio->restore({});
-  EXPECT_EQ(log.count("centralManagerWillRestoreState: no peripherals found"), 1u);
   radio->restore({a, b});
-  EXPECT_EQ(log.count("centralManagerWillRestoreState: found peripherals; count=2"), 1u);
   radio->setState(CentralManagerState::poweredOn);
   EXPECT_THAT(radio->takeCalls(),
               ElementsAre("makeCentralManager restore", "connect A", "connect B", scan));
@@ -225,12 +204,7 @@ TEST_P(CentralTest, RestoresTheConnectionsOfAnEarlierLife) {
   ble->clearRestoringPeripherals();
   pass(0s);
   EXPECT_THAT(radio->takeCalls(), ElementsAre("discoverServices A [" + service + "]", "cancel B"));
-  EXPECT_EQ(
-      log.count("clearRestoringPeripherals: cancel peripheral; uuid=" + b->identifier().text()),
-      1u);
   radio->tellDisconnected(b);
-  EXPECT_EQ(log.count("didDisconnectPeripheral: restored peripheral was successfully disconnected"),
-            1u);
   EXPECT_THAT(takeEvents(), IsEmpty());
   findEverything();
   drop();
@@ -243,13 +217,8 @@ TEST_P(CentralTest, NotificationsReachTheSessionOfTheirService) {
   connect();
   a->notify(Service, TransmittingChar, Data{'h', 'i', 10});
   EXPECT_THAT(takeEvents(), ElementsAre("receive hi[10]"));
-  EXPECT_EQ(
-      log.count("peripheralDidUpdateValue: received data; data=hi[10]; base64=aGkK; error=nil"),
-      1u);
   a->notify(Service, TransmittingChar, std::nullopt, Error("E", 3, ""));
-  EXPECT_EQ(log.count("peripheralDidUpdateValue: no data; error=E 3"), 1u);
   a->notify(BleConfig::DfuUUIDs::Service, TransmittingChar, Data{1});
-  EXPECT_EQ(log.count("peripheralDidUpdateValue: no session found"), 1u);
   drop();
   a->notify(Service, TransmittingChar, Data{1});
   EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"))

@@ -21,12 +21,10 @@ TEST_P(SessionTest, KeepsEventsUntilThereIsAHandler) {
   drop();
   radio->advertise(a);
   a->notify(Service, TransmittingChar, Data{'x'});
-  EXPECT_EQ(log.count("eventDidOccur: event cached; event=BlePauseEvent"), 1u);
   session->onEvent(handler());
   EXPECT_THAT(takeEvents(), ElementsAre("BlePauseEvent", "BleDiscoverEvent", "receive x"))
       << "before onEvent has returned";
   session->onEvent(handler());
-  EXPECT_EQ(log.count("onEvent: already configured. Overwriting previous callback"), 1u);
   EXPECT_THAT(takeEvents(), IsEmpty()) << "each is handed over once";
 }
 
@@ -38,10 +36,6 @@ TEST_P(SessionTest, KeepsOnlyReceivedDataWhenItEnds) {
   drop();
   session->onEvent(handler());
   EXPECT_THAT(takeEvents(), ElementsAre("receive x", "BleDisconnectEvent"));
-  const std::string ids =
-      fmt::format("serviceId={}; peripheralId={}", Service.text(), a->identifier().text());
-  EXPECT_EQ(log.count("didConnect: " + ids), 1u);
-  EXPECT_EQ(log.count("didDisconnect: " + ids), 1u);
   radio->onCentralQueue([&] { impl().didConnect(radio, a); });
   EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "BleConnectEvent"));
 }
@@ -75,7 +69,6 @@ TEST_P(SessionTest, ARefusedIdentifierIsAnEventOnTheCentralQueue) {
   a->completeWrite(CentralError::uuidNotAllowed);
   EXPECT_EQ(refused.result()->error(), Error(CentralError::uuidNotAllowed));
   EXPECT_THAT(takeEvents(), ElementsAre("BleWriteErrorEvent"));
-  EXPECT_EQ(log.count("writeData: did receive uuidNotAllowed error"), 1u);
   EXPECT_TRUE(session->connected());
   write({2});
   a->completeWrite(Error("CBATTErrorDomain", 8, "another code 8"));

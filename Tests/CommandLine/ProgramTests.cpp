@@ -19,8 +19,8 @@ const std::vector<std::string> sending = {"--json", "send", "--to", "+4420794600
                                           "We are at the hut and stay for two nights."};
 
 std::vector<std::string> with(std::vector<std::string> arguments,
-                              std::initializer_list<std::string> more) {
-  arguments.insert(arguments.end(), more);
+                              const std::vector<std::string>& more) {
+  arguments.insert(arguments.end(), more.begin(), more.end());
   return arguments;
 }
 
@@ -59,79 +59,43 @@ TEST(SendTests, WaitsForAReplyOnlyWhenAsked) {
   EXPECT_THAT(silent.story(), IsSupersetOf({"status delivered"}));
 }
 
-struct Misfortune {
-  std::string name;
-  std::function<void(CommunicatorOptions&)> device;
-  std::function<void(SimLink&)> prepare;
-  std::vector<std::string> options;
-  int status;
-  std::string outcome;
-  Duration after;  ///< seconds of virtual time, rounded down
-
-  friend void PrintTo(const Misfortune& self, std::ostream* out) { *out << self.name; }
-};
-
-class SendMisfortuneTests : public testing::TestWithParam<Misfortune> {};
-
-TEST_P(SendMisfortuneTests, EndsInTimeWithItsOwnStatus) {
-  auto options = SimLink::defaultOptions();
-  if (GetParam().device) GetParam().device(options);
-  VirtualMachine machine(options);
-  machine.prepare = GetParam().prepare;
-  auto arguments = sending;
-  arguments.insert(arguments.end(), GetParam().options.begin(), GetParam().options.end());
-  EXPECT_EQ(machine.run(arguments), GetParam().status);
-  EXPECT_EQ(machine.outcome(), GetParam().outcome) << machine.out;
-  EXPECT_EQ(std::chrono::floor<std::chrono::seconds>(machine.time->now()), GetParam().after);
-}
-
 void losePowerSoon(SimLink& link) {
   link.radio()->timeline()->after(1s, std::weak_ptr(link.device()),
                                   [](auto& device) { device.powerOff(); });
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    All, SendMisfortuneTests,
-    testing::Values(
-        Misfortune{
-            "noDevice", [](auto& device) { device.inRange = false; }, {}, {}, 4, "noDevice", 30s},
-        Misfortune{"silentSatellite",
-                   [](auto& device) { device.reception = Reception::silent; },
-                   {},
-                   {"--timeout", "20"},
-                   3,
-                   "timedOut",
-                   20s},
-        Misfortune{"undeliverable",
-                   [](auto& device) { device.reception = Reception::lost; },
-                   {},
-                   {},
-                   1,
-                   "failed",
-                   32s},
-        Misfortune{"refusedWrite",
-                   [](auto& device) { device.faults.refuseWrite(2, CentralError::uuidNotAllowed); },
-                   {},
-                   {},
-                   1,
-                   "failed",
-                   0s},
-        Misfortune{"brokenLinkThatReturns",
-                   [](auto& device) { device.faults.dropAtByte(30); },
-                   {},
-                   {},
-                   0,
-                   "delivered",
-                   6s},
-        Misfortune{"lostForGood", {}, losePowerSoon, {}, 1, "linkLost", 31s},
-        Misfortune{"radioOff",
-                   {},
-                   [](SimLink& link) { link.radio()->setState(CentralManagerState::poweredOff); },
-                   {},
-                   1,
-                   "failed",
-                   0s}),
-    [](const auto& each) { return each.param.name; });
+struct Misfortune {
+  int status;
+  std::string outcome;
+  Duration after;  ///< seconds of virtual time, rounded down
+  std::function<void(CommunicatorOptions&)> device;
+  std::function<void(SimLink&)> prepare = {};
+  std::vector<std::string> options = {};
+};
+
+TEST(SendTests, EndsInTimeWithTheStatusOfItsMisfortune) {
+  const auto as = [](Reception reception) {
+    return [=](CommunicatorOptions& device) { device.reception = reception; };
+  };
+  for (const auto& [status, outcome, after, device, prepare, more] : std::vector<Misfortune>{
+           {4, "noDevice", 30s, [](auto& device) { device.inRange = false; }},
+           {3, "timedOut", 20s, as(Reception::silent), {}, {"--timeout", "20"}},
+           {1, "failed", 32s, as(Reception::lost)},
+           {1, "failed", 0s,
+            [](auto& device) { device.faults.refuseWrite(2, CentralError::uuidNotAllowed); }},
+           {0, "delivered", 6s, [](auto& device) { device.faults.dropAtByte(30); }},
+           {1, "linkLost", 31s, as(Reception::available), losePowerSoon},
+           {1, "failed", 0s, as(Reception::available),
+            [](SimLink& link) { link.radio()->setState(CentralManagerState::poweredOff); }}}) {
+    auto options = SimLink::defaultOptions();
+    device(options);
+    VirtualMachine machine(options);
+    machine.prepare = prepare;
+    EXPECT_EQ(machine.run(with(sending, more)), status);
+    EXPECT_EQ(machine.outcome(), outcome) << machine.out;
+    EXPECT_EQ(std::chrono::floor<std::chrono::seconds>(machine.time->now()), after) << machine.out;
+  }
+}
 
 TEST(SendTests, ReportsWhatAnEarlierLifeLeftBehind) {
   VirtualMachine machine;
@@ -153,16 +117,6 @@ TEST(SendTests, ReportsWhatAnEarlierLifeLeftBehind) {
   EXPECT_EQ(earlier[1].at("value"), "error");
   EXPECT_EQ(machine.run(sending), 0);
   EXPECT_TRUE(machine.events("earlier").empty());
-}
-
-TEST(SendTests, PartsFromTheDeviceWhenInterrupted) {
-  VirtualMachine machine;
-  machine.prepare = [&](SimLink&) {
-    machine.time->mainQueue()->asyncAfter(1s, [&] { machine.interrupt(); });
-  };
-  EXPECT_EQ(machine.run(sending), 130);
-  EXPECT_THAT(machine.story(), IsSupersetOf({"connection connected", "connection disconnected"}));
-  EXPECT_EQ(machine.outcome(), "interrupted");
 }
 
 struct Mistake {

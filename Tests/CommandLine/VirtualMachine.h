@@ -30,7 +30,7 @@ class VirtualMachine final : public Machine {
     const int status = runProgram(arguments, *this, [this](auto, const Environment& environment) {
       link = SimLink::make(environment.dispatcher, device_);
       if (prepare) prepare(*link);
-      return Result<std::shared_ptr<Link>>::success(wrap ? wrap(link) : link);
+      return Result<std::shared_ptr<Link>>::success(link);
     });
     time->runDue();  // what is still queued holds the message, and that the clock, which is `time`
     return status;
@@ -69,8 +69,7 @@ class VirtualMachine final : public Machine {
   Environment environment() const override { return {time, time, random, nullptr, nullptr, "GB"}; }
   Result<std::shared_ptr<UserDefaults>> openStore(const std::string&) override {
     ++storesOpened;
-    return storeError ? Result<std::shared_ptr<UserDefaults>>::error(*storeError)
-                      : Result<std::shared_ptr<UserDefaults>>::success(store);
+    return Result<std::shared_ptr<UserDefaults>>::success(store);
   }
   void startLog(const std::string&) override {}
   void run() override {
@@ -87,19 +86,16 @@ class VirtualMachine final : public Machine {
   }
   void writeOut(std::string_view text) override { out += text; }
   void writeError(std::string_view text) override { errors += text; }
-  bool isTerminal() const override { return terminal; }
+  bool isTerminal() const override { return false; }
 
   std::shared_ptr<VirtualTime> time = VirtualTime::make();
   std::shared_ptr<MemoryUserDefaults> store = std::make_shared<MemoryUserDefaults>();
   std::shared_ptr<SeededRandom> random = std::make_shared<SeededRandom>(1);
   std::shared_ptr<SimLink> link;
   std::function<void(SimLink&)> prepare;  ///< called before the command starts
-  std::function<std::shared_ptr<Link>(std::shared_ptr<Link>)> wrap;
-  std::optional<Error> storeError;
   std::map<std::string, std::string> files;
   int storesOpened = 0;
   Work interrupt;
-  bool terminal = false;
   std::string out;
   std::string errors;
 

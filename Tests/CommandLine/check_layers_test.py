@@ -57,10 +57,6 @@ class CheckLayersTest(unittest.TestCase):
         result = check(ALLOWED)
         self.assertEqual((result.returncode, result.stderr), (0, ""), result.stdout)
 
-    def test_finds_all_of_them_at_once(self):
-        result = check([(path, line) for path, line, _ in PLANTED] + ALLOWED)
-        self.assertEqual(len(result.stdout.splitlines()), len(PLANTED))
-
 
 if __name__ == "__main__":
     unittest.main()

@@ -10,17 +10,16 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace tandrell {
 
 /// An application of a central: notes down what it is told, and lets the test wait for the next
 /// event and give orders on the central's queue. What is told out of turn, beside another call or
-/// from inside an order, is marked in the event. A test may derive an application that acts.
-class Listener : public CentralManagerDelegate,
-                 public PeripheralDelegate,
-                 public std::enable_shared_from_this<Listener> {
+/// from inside an order, is marked in the event.
+class Listener final : public CentralManagerDelegate,
+                       public PeripheralDelegate,
+                       public std::enable_shared_from_this<Listener> {
  public:
   /// Lets time pass until the condition holds; absent where time passes by itself.
   using Pump = std::function<void(const std::function<bool()>& condition)>;
@@ -49,13 +48,6 @@ class Listener : public CentralManagerDelegate,
     auto event = std::move(events_.front());
     events_.pop_front();
     return event;
-  }
-
-  /// All events that were not taken yet.
-  std::vector<std::string> takeEvents() {
-    const std::lock_guard lock(mutex_);
-    const auto events = std::exchange(events_, {});
-    return {events.begin(), events.end()};
   }
 
   /// Whether nothing was told since the last event that was taken.
@@ -119,7 +111,7 @@ class Listener : public CentralManagerDelegate,
   GattService service;
   std::vector<GattCharacteristic> characteristics;
 
- protected:
+ private:
   void begin(Dispatcher& dispatcher, CentralManagerFactory& radio,
              std::optional<std::string> restoreIdentifier) {
     queue_ = dispatcher.makeQueue("Central", QualityOfService::standard, QueueKind::concurrent);
@@ -129,7 +121,7 @@ class Listener : public CentralManagerDelegate,
     });
   }
 
-  virtual void note(std::string event) {
+  void note(std::string event) {
     if (++inside_ != 1) event += " out of turn";
     {
       const std::lock_guard lock(mutex_);
@@ -139,7 +131,6 @@ class Listener : public CentralManagerDelegate,
     --inside_;
   }
 
- private:
   void take(const PeripheralPtr& found) {
     peripheral = found;
     peripheral->setDelegate(weak_from_this());

@@ -54,22 +54,6 @@ TEST(DeviceUtil, WalksThroughItsStates) {
   EXPECT_TRUE(world.connect()) << "and comes back when asked";
 }
 
-TEST(DeviceUtil, ReportsARadioThatIsOff) {
-  World world;
-  world.radio->setState(CentralManagerState::poweredOff);
-  const auto promise = world.link->toggleScan();
-  world.time->advance(1s);
-  EXPECT_EQ(promise.result()->error(), Error(BleError::bluetoothDisabled));
-  EXPECT_EQ(world.link->connectionState().value(), DeviceConnectionState::disconnected);
-  world.radio->setState(CentralManagerState::poweredOn);
-  EXPECT_TRUE(world.connect());
-  world.radio->setState(CentralManagerState::poweredOff);
-  world.time->advance(1s);
-  EXPECT_EQ(world.link->connectionState().value(), DeviceConnectionState::disconnected);
-  world.radio->setState(CentralManagerState::poweredOn);
-  EXPECT_TRUE(world.connect()) << "a device that was lost with the radio is found again";
-}
-
 TEST(DeviceUtil, WritesOneParcelAtATimeAndTheNextWhenTheFirstIsDelivered) {
   World world;
   ASSERT_TRUE(world.connect());
@@ -90,27 +74,6 @@ TEST(DeviceUtil, WritesOneParcelAtATimeAndTheNextWhenTheFirstIsDelivered) {
                                         "connecting", "sending", "listening", "delivered"));
   EXPECT_EQ(world.stored("default.DeviceUtil.pendingParcels"), "[]");
   EXPECT_EQ(world.stored("DeviceUtil.waitingParcels"), "[]");
-}
-
-TEST(DeviceUtil, FailsWhatWaitsBehindTheHeadWhenItIsDisconnected) {
-  World world(withoutReception());
-  ASSERT_TRUE(world.connect());
-  std::vector<Promise<::Parcel>> sends;
-  for (const std::uint32_t id : {1u, 2u, 3u}) {
-    sends.push_back(world.link->send(World::message(id, "text")));
-  }
-  world.time->advance(10s);
-  world.parcels.clear();
-  world.link->disconnect();
-  world.time->advance(5s);
-  EXPECT_TRUE(sends[0].result()->isSuccess()) << "it was written";
-  EXPECT_EQ(sends[1].result()->error(), Error(DeviceError::transferAborted));
-  EXPECT_EQ(sends[2].result()->error(), Error(DeviceError::transferAborted));
-  ASSERT_EQ(world.parcels.size(), 2u);
-  EXPECT_EQ(world.statusesOf(2), std::vector{ParcelStatus::error});
-  EXPECT_EQ(world.statusesOf(3), std::vector{ParcelStatus::error});
-  EXPECT_EQ(world.stored("DeviceUtil.waitingParcels"), "absent");
-  EXPECT_THAT(idsIn(world.stored("default.DeviceUtil.pendingParcels")), ElementsAre(1));
 }
 
 TEST(DeviceUtil, SendsStraightThroughOrNotAtAllWithoutTransmission) {
@@ -160,34 +123,6 @@ TEST(DeviceUtil, WritesTheHeadAgainWhenAParcelBehindItIsReported) {
   world.communicator->sendParcel(report);
   world.time->advance(1s);
   EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
-}
-
-TEST(DeviceUtil, FollowsWhatTheDeviceSaysOfItself) {
-  World world;
-  ASSERT_TRUE(world.connect());
-  world.communicator->reportBattery(17);
-  world.communicator->setTracking(true);
-  world.communicator->sleepFor(3600s);
-  const Date before = world.time->date();
-  world.time->advance(1s);
-  EXPECT_EQ(world.link->battery().value(), 17);
-  EXPECT_EQ(world.link->initialTrackingState().value(), DeviceTrackingState::enabled);
-  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::sleeping);
-  const auto wake = world.link->wakeDate().value();
-  ASSERT_TRUE(wake);
-  EXPECT_NEAR(wake->timeIntervalSince1970() - before.timeIntervalSince1970(), 3600, 1);
-  world.communicator->reportQuality(2);
-  world.time->advance(1s);
-  EXPECT_EQ(world.link->quality().value(), 2);
-  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
-
-  ::SettingsCommand settings;
-  settings.set_trackinginterval(120);
-  const auto update = world.link->updateSettings(settings);
-  EXPECT_EQ(world.link->settings().value()->trackinginterval(), 600u);
-  world.time->advance(2s);
-  EXPECT_EQ(update.result()->value().trackinginterval(), 120u);
-  EXPECT_EQ(world.link->settings().value()->trackinginterval(), 120u) << "reported back";
 }
 
 TEST(PendingParcel, IsStoredAsAnAlternatingArray) {

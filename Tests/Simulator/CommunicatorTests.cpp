@@ -1,119 +1,145 @@
-#include <Tests/Simulator/Phone.h>
+#include <Tests/Contracts/Listener.h>
+#include <Tests/Support/LogCapture.h>
+#include <Tests/Support/World.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-namespace tandrell {
+// The device, its faults and its radio, as the library meets them.
+namespace tandrell::test {
 namespace {
 
-using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-Data typesOf(const std::vector<DeviceFrame>& frames) {
-  Data types;
-  for (const auto& frame : frames) types.push_back(frame.type);
-  return types;
+/// What a fault makes of a message of five chunks.
+struct Fate {
+  FaultPlan plan;
+  std::string ending;  ///< "delivered", or the error of `send`
+  Duration after;      ///< from the call of `send` until it had ended
+  std::size_t chunks;  ///< that came to the device
+  std::size_t cutOff;  ///< bytes of a frame that was never completed
+  std::size_t connections;
+};
+
+void expect(const Fate& fate) {
+  SCOPED_TRACE(testing::PrintToString(fate.plan.describe()));
+  World world({.communicator = {.faults = fate.plan}});
+  ASSERT_TRUE(world.connect());
+  const auto start = world.time->now();
+  std::string ending = "none";
+  world.link->send(World::message(1, std::string(60, 'x'))).onError([&](const Error& error) {
+    ending = error.text;
+  });
+  world.eventually([&] {
+    if (world.ended(1)) ending = nameOf(world.statusesOf(1).back());
+    return ending != "none";
+  });
+  EXPECT_EQ(ending, fate.ending);
+  EXPECT_EQ((world.time->now() - start) / 1ms, fate.after / 1ms);
+  const auto records = world.communicator->records();
+  EXPECT_EQ(records.chunks.size(), fate.chunks);
+  EXPECT_EQ(records.malformed.empty() ? 0 : records.malformed[0].bytes.size(), fate.cutOff);
+  EXPECT_EQ(records.connections, fate.connections);
 }
 
-template <class M>
-M lastMessage(const Phone& phone, std::size_t before = 0) {
-  M message;
-  const auto& payload = phone.frames.at(phone.frames.size() - 1 - before).payload;
-  EXPECT_TRUE(message.ParseFromArray(payload.data(), static_cast<int>(payload.size())));
-  return message;
+TEST(FaultPlan, DecidesWhatBecomesOfAMessage) {
+  const auto expired = CentralError::uuidNotAllowed;
+  // The last chunk is there after 1335 ms, then come 4 s of satellite and 5 notifications.
+  expect({{}, "delivered", 5410ms, 5, 0, 1});
+  expect({FaultPlan().dropAtByte(30), "delivered", 6155ms, 7, 30, 2});
+  expect({FaultPlan().dropAtByte(30).dropAtByte(40), "delivered", 6570ms, 8, 30, 3});
+  expect(
+      {FaultPlan().dropAtByte(30, CutWrite::answered), "peripheralDisconnected", 345ms, 2, 0, 1});
+  expect({FaultPlan().refuseWrite(2, expired), "uuidNotAllowed", 360ms, 2, 0, 1});
+  expect({FaultPlan().loseCompletion(2), "none", 345ms, 2, 0, 1});
+  expect({FaultPlan().holdCompletion(2, 10s), "delivered", 15'410ms, 5, 0, 1});
+  expect({FaultPlan().slowSatellite(1, 40s), "delivered", 45'410ms, 5, 0, 1});
+  expect({FaultPlan().sleepAtParcel(1, 60s), "delivered", 65'410ms, 5, 0, 1});
 }
 
-TEST(DeviceFramer, CutsAStreamIntoFrames) {
-  DeviceFramer framer;
-  std::vector<DeviceFrame> frames;
-  Data stream = {0, 0, 2, 9, 9, 8, 0, 0, 5, 1, 2};
-  stream.resize(stream.size() + 258, 7);
-  stream.insert(stream.end(), {0, 0, 9, 1});
-  for (const auto byte : stream) {
-    for (const auto& frame : framer.feed(Data{byte})) frames.push_back(frame);
-  }
-  EXPECT_THAT(typesOf(frames), ElementsAre(0, 8, 5));
-  EXPECT_EQ(frames[0].payload, Data(2, 9));
-  EXPECT_EQ(frames[2].payload, Data(258, 7));
-  EXPECT_EQ(framer.reset(), Data({0, 0, 9, 1}));
-  EXPECT_EQ(DeviceFramer::bytesOf(frames[0]), Data({0, 0, 2, 9, 9}));
-  EXPECT_EQ(framer.feed(stream).size(), 3u);
+TEST(FaultPlan, RefusesConnectionsAndSubscriptions) {
+  const Error unbonded("CBATTErrorDomain", 5, "insufficientAuthentication");
+  World world(
+      {.communicator = {.faults = FaultPlan().failConnect(1).refuseSubscription(1, unbonded)}});
+  EXPECT_FALSE(world.connect());
+  EXPECT_EQ(world.communicator->records().connections, 0u);
+  EXPECT_TRUE(world.connect());
+  EXPECT_EQ(world.communicator->records().connections, 2u) << "let go, and found again";
 }
 
-TEST(SimulatedCommunicator, TransmitsParcelsOneAtATimeAndReportsEach) {
-  World world({.reportsOnSubscription = false});
-  world.meet();
-  world.phone->send(parcelWith(7, "a text that needs two writes"));
-  world.phone->send(parcelWith(8, ""));
-  world.time->advance(1min);
-  // 7 is there at 1045, and each report on it takes three notifications.
-  EXPECT_THAT(world.phone->reports(),
-              ElementsAre("2090 7 connecting", "4090 7 sending", "5090 7 delivered",
-                          "6060 8 connecting", "8060 8 sending", "9060 8 delivered"));
-  EXPECT_THAT(world.phone->notifications.back(), ElementsAre(0, 0, 6, 0x0A, 0, 0x10, 8, 0x18, 3));
+TEST(FaultPlan, ShapesTheNotificationsOfTheGreeting) {
+  auto& log = LogCapture::start();
+  const auto notifications = [&](const FaultPlan& plan) {
+    log.clear();
+    World world({.communicator = {.faults = plan}});
+    EXPECT_TRUE(world.connect());
+    EXPECT_EQ(world.link->settings().value()->trackinginterval(), 600u) << "the last of four";
+    const auto lines = log.lines();
+    return std::ranges::count_if(lines, [](const auto& line) {
+      return line.text.starts_with("peripheralDidUpdateValue: received data");
+    });
+  };
+  // 27, 5, 5 and 6 bytes.
+  EXPECT_EQ(notifications({}), 5);
+  EXPECT_EQ(notifications(FaultPlan().garbageBeforeFrame(2)), 6);
+  EXPECT_EQ(notifications(FaultPlan().joinNotifications()), 3);
+  EXPECT_EQ(notifications(FaultPlan().joinNotifications().cutNotifications(10)), 5);
+  EXPECT_EQ(notifications(FaultPlan().cutNotifications()), 43);
 }
 
-TEST(SimulatedCommunicator, GivesUpOrFallsSilentWithoutSatellite) {
-  World world({.reception = Reception::lost});
-  world.meet();
-  world.phone->send(parcelWith(1, ""));
-  world.time->advance(1min);
-  EXPECT_THAT(world.phone->reports(), ElementsAre("2030 1 connecting", "32030 1 error"));
-  world.device->setReception(Reception::silent);
-  world.phone->send(parcelWith(2, ""));
+TEST(SimulatedCommunicator, TransmitsOneParcelAtATimeOnceThereIsASatellite) {
+  World world({.communicator = {.reception = Reception::silent}});
+  ASSERT_TRUE(world.connect());
+  for (const std::uint32_t id : {1u, 2u}) (void)world.link->send(World::message(id, "text"), false);
   world.time->advance(1h);
-  EXPECT_EQ(world.phone->reports().size(), 2u);
-  EXPECT_EQ(world.time->nextDue(), std::nullopt);
-  world.device->setReception(Reception::available);
-  world.time->advance(1min);
-  ASSERT_EQ(world.phone->reports().size(), 5u);
-  EXPECT_EQ(world.phone->reports().back(), "3665015 2 delivered");
+  EXPECT_THAT(world.parcels, IsEmpty());
+  world.events.clear();
+  world.communicator->setReception(Reception::available);
+  ASSERT_TRUE(world.eventually([&] { return world.ended(2); }));
+  std::erase(world.events, "listening");
+  EXPECT_THAT(world.events, ElementsAre("connecting", "sending", "delivered", "connecting",
+                                        "sending", "delivered"));
 }
 
 TEST(SimulatedCommunicator, SleepsOnTheLinkAndTransmitsOnWaking) {
   World world;
-  world.meet();
-  world.device->sleepFor(3600s);
-  world.time->advance(1s);
-  EXPECT_EQ(lastMessage<SleepCommand>(*world.phone).secondstillwake(), 3600u);
-  world.phone->send(parcelWith(1, ""));
-  world.device->powerOn();  // on already
+  ASSERT_TRUE(world.connect());
+  world.communicator->sleepFor(3600s);
+  (void)world.link->send(World::message(1, "text"));
+  world.communicator->powerOn();  // on already
   world.time->advance(3500s);
-  world.phone->frames.clear();
-  world.device->dropLink();
+  world.communicator->dropLink();
   world.time->advance(1s);
-  EXPECT_THAT(typesOf(world.phone->frames), ElementsAre(6, 5, 7, 8));
-  EXPECT_EQ(lastMessage<SleepCommand>(*world.phone, 1).secondstillwake(), 99u);
-  EXPECT_THAT(world.phone->reports(), IsEmpty());
-  world.time->advance(98s + 15ms);
-  EXPECT_EQ(lastMessage<QualityCommand>(*world.phone).level(), 4u);
-  world.device->wake();  // awake already
-  world.time->advance(1min);
-  EXPECT_EQ(world.phone->reports().back(), "3605015 1 delivered");
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::sleeping) << "greets with it";
+  EXPECT_THAT(world.statusesOf(1), IsEmpty());
+  const auto wake = world.link->wakeDate().value();
+  ASSERT_TRUE(wake);
+  EXPECT_NEAR(wake->timeIntervalSince1970() - world.time->date().timeIntervalSince1970(), 99, 1);
+  world.time->advance(100s);
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
+  world.time->advance(4s);
+  EXPECT_EQ(world.statusesOf(1).back(), ParcelStatus::delivered);
 }
 
-TEST(SimulatedCommunicator, AnswersForecastRequestsAndMessages) {
-  World world({.reply = "on my way"});
-  world.meet();
-  world.phone->send(parcelWith(1, "where are you?"));
-  world.time->advance(10s);
-  const auto reply = lastMessage<Parcel>(*world.phone);
-  EXPECT_EQ(reply.id(), 3'000'000'000u);
-  MessageDto message;
-  ASSERT_TRUE(message.ParseFromString(reply.package().data()));
-  EXPECT_EQ(message.content(), "on my way");
-
-  world.phone->send(parcelWith(2, "", PackageType::forecastRequest));
-  world.time->advance(10s);
-  const auto answer = lastMessage<Parcel>(*world.phone);
-  ForecastDto forecast;
-  ASSERT_TRUE(forecast.ParseFromString(answer.package().data()));
-  EXPECT_EQ(answer.package().type(), PackageType::forecast);
-  EXPECT_EQ(answer.status(), ParcelStatus::none);
-  EXPECT_EQ(forecast.daily_size(), 3);
-  EXPECT_EQ(forecast.hourly_size(), 6);
+TEST(SimulatedRadio, KeepsWhatArrivesForItsIdentifierAndNothingWithoutPower) {
+  World world;
+  ASSERT_TRUE(world.connect());
+  world.killApplication();
+  world.communicator->reportBattery(50);
+  world.time->advance(1s);
+  const auto other = Listener::make(*world.time, *world.radio, "another");
+  const auto next = Listener::make(*world.time, *world.radio, "World");
+  world.time->advance(1s);
+  EXPECT_THAT(next->takeEvents(), ElementsAre("restored 1", "value 5", "state poweredOn"));
+  EXPECT_THAT(other->takeEvents(), ElementsAre("state poweredOn"));
+  world.radio->setState(CentralManagerState::poweredOff);
+  world.time->advance(1s);
+  next->takeEvents();
+  next->manager->connect(next->peripheral);
+  world.time->advance(1s);
+  EXPECT_THAT(next->takeEvents(), ElementsAre("failed SimulatedRadioError 0 (notPoweredOn)"));
 }
 
 }  // namespace
-}  // namespace tandrell
+}  // namespace tandrell::test

@@ -1,6 +1,7 @@
 #include <Simulator/ScenarioParser.h>
 #include <Simulator/ScenarioPlayer.h>
-#include <Tests/Simulator/Phone.h>
+#include <Tests/Support/LogCapture.h>
+#include <Tests/Support/World.h>
 
 #include <gmock/gmock.h>
 
@@ -128,24 +129,31 @@ TEST(Scenario, ReadsEveryStatement) {
 TEST(Scenario, PlaysTheDevicesSideForAnotherPhone) {
   auto scenario = parseScenario(everything).scenario;
   scenario.device.faults = {};
-  World world(scenario.device);
+  auto& log = test::LogCapture::start();
+  test::World world({.communicator = scenario.device});
   std::vector<std::string> others;
   const auto player = ScenarioPlayer::play(world.time, scenario, [&](const auto& statement) {
-    if (!perform(statement, *world.device)) others.push_back(statement.text);
+    if (!perform(statement, *world.communicator)) others.push_back(statement.text);
   });
+  std::vector<int> quality;
+  world.subscriptions->add(
+      world.link->quality().observe([&](int level) { quality.push_back(level); }));
+  world.events.clear();
+  world.link->toggleScan();
   world.time->advance(6s + 500ms);
-  std::vector<int> types;
-  for (const auto& frame : world.phone->frames) types.push_back(frame.type);
-  // Battery, quality, info twice, settings, log, message, forecast, raw, sleep, quality.
-  EXPECT_THAT(types, ElementsAre(5, 3, 6, 6, 8, 2, 0, 0, 3, 7, 3));
+  EXPECT_THAT(world.events, ElementsAre("scanning", "connected", "listening", "none", "none",
+                                        "sleeping", "listening"))
+      << "\"none\" are the message and the forecast";
+  EXPECT_THAT(quality, ElementsAre(0, 2, 0, 2)) << "as told, in the raw bytes, on waking";
+  EXPECT_EQ(world.link->battery().value(), 7);
+  EXPECT_EQ(world.link->imei().value(), "300000000000009");
+  EXPECT_EQ(world.link->settings().value()->trackinginterval(), 60u);
+  EXPECT_THAT(log.texts(LogFacadeLevel::warning), ElementsAre("low"));
   EXPECT_FALSE(player->isDone());
+  world.events.clear();
   world.time->advance(30s);
-  const auto trace = world.phone->takeEvents();
-  EXPECT_GE(std::count_if(
-                trace.begin(), trace.end(),
-                [](const auto& event) { return event.find("disconnect") != std::string::npos; }),
-            3)
-      << "dropped, off, rebooted: " << testing::PrintToString(trace);
+  std::erase(world.events, "scanning");
+  EXPECT_EQ(world.events, std::vector<std::string>(3, "connected")) << "dropped, off, rebooted";
   EXPECT_EQ(others.size(), 12u);
   world.time->advance(1h);
   EXPECT_TRUE(player->isDone());

@@ -1,6 +1,5 @@
 #include <Tests/Support/LogCapture.h>
 
-#include <algorithm>
 #include <memory>
 
 namespace tandrell::test {
@@ -39,12 +38,6 @@ std::vector<std::string> LogCapture::texts(LogFacadeLevel level) const {
     if (line.level == level) texts.push_back(line.text);
   }
   return texts;
-}
-
-std::size_t LogCapture::count(std::string_view text) const {
-  const auto all = lines();
-  return static_cast<std::size_t>(
-      std::ranges::count_if(all, [&](const auto& line) { return line.text == text; }));
 }
 
 }  // namespace tandrell::test

@@ -2,7 +2,6 @@
 
 #include <TandrellCore/Utility/Logger.h>
 
-#include <cstddef>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -33,8 +32,6 @@ class LogCapture final : public LogFacade {
   std::vector<LogLine> lines() const;
   /// The texts of the lines of one level, oldest first.
   std::vector<std::string> texts(LogFacadeLevel level) const;
-  /// How many lines of any level have exactly this text.
-  std::size_t count(std::string_view text) const;
 
  private:
   mutable std::mutex mutex_;
