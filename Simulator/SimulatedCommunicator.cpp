@@ -180,8 +180,10 @@ std::optional<Error> SimulatedCommunicator::didSubscribe(const Uuid& characteris
   if (characteristic != transmittingUuid()) return cannotNotify;
   if (auto refusal = enabled ? faults_.nextSubscription() : std::nullopt) return refusal;
   subscribed_ = enabled;
-  if (!enabled) return {};
-  dropPartialFrame();  // of a phone's earlier life, whose link has outlived it
+  if (!enabled) {
+    dropPartialFrame();  // the phone's process has ended, and only its link is left
+    return {};
+  }
   if (options_.reportsOnSubscription) firmware_.reportAll();
   for (const auto& frame : std::exchange(unsent_, {})) sendFrame(frame);
   return {};

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace tandrell {
@@ -48,6 +49,13 @@ class Listener final : public CentralManagerDelegate,
     auto event = std::move(events_.front());
     events_.pop_front();
     return event;
+  }
+
+  /// All events that were not taken yet.
+  std::vector<std::string> takeEvents() {
+    const std::lock_guard lock(mutex_);
+    const auto events = std::exchange(events_, {});
+    return {events.begin(), events.end()};
   }
 
   /// Whether nothing was told since the last event that was taken.

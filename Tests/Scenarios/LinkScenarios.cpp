@@ -172,20 +172,6 @@ TEST(Scenario, ARestartReportsWhatWaitedAndTheNewLifeTimesOutWhatWasPending) {
   EXPECT_THAT(world.statusesOf(1), ElementsAre(error));
 }
 
-TEST(Scenario, ARestartInTheMiddleOfAWriteLeavesNothingBehindOnTheDevice) {
-  World world;
-  ASSERT_TRUE(world.connect());
-  (void)world.link->send(World::message(1, longText));
-  ASSERT_TRUE(world.eventually([&] { return world.communicator->records().chunks.size() == 2; }));
-  world.killApplication();
-  world.startApplication();
-  ASSERT_TRUE(world.connect());
-  (void)world.link->send(World::message(2, longText));
-  EXPECT_TRUE(world.eventually([&] { return world.ended(2); }));
-  EXPECT_EQ(world.timesReceived(2), 1u);
-  EXPECT_EQ(world.communicator->records().connections, 1u);
-}
-
 TEST(Scenario, AnExpiredIdentifierResetsTheConnection) {
   World world(
       {.communicator = {.faults = FaultPlan().refuseWrite(2, CentralError::uuidNotAllowed)}});
