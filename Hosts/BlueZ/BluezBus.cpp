@@ -51,27 +51,6 @@ void BluezBus::after(Duration delay, Work work) {
   });
 }
 
-std::shared_ptr<void> BluezBus::watch(int descriptor, Work readable) {
-  struct Watch : std::enable_shared_from_this<Watch> {
-    explicit Watch(asio::io_context& context) : descriptor(context) {}
-    void wait() {
-      descriptor.async_wait(asio::posix::stream_descriptor::wait_read,
-                            [self = shared_from_this()](const asio::error_code& error) {
-                              if (error || !self->descriptor.is_open()) return;
-                              self->readable();
-                              if (self->descriptor.is_open()) self->wait();
-                            });
-    }
-    asio::posix::stream_descriptor descriptor;
-    Work readable;
-  };
-  const auto watch = std::make_shared<Watch>(loop_->context);
-  watch->descriptor.assign(descriptor);
-  watch->readable = std::move(readable);
-  watch->wait();
-  return {watch.get(), [watch](void*) { watch->descriptor.release(); }};
-}
-
 void BluezBus::open() {
   try {
     connection_ = address_.empty() ? sdbus::createSystemBusConnection()

@@ -65,10 +65,6 @@ class BluezBus {
 
   static constexpr std::chrono::seconds usualLimit{25};
 
-  /// Runs the block whenever the descriptor can be read, until the handle is released, which has to
-  /// happen before the descriptor is closed. The block may release it.
-  std::shared_ptr<void> watch(int descriptor, Work readable);
-
   /// Serves an object of this process, in place of one that was there; `describe` gives it its
   /// interfaces. Its methods are called on the bus's thread. Of no effect without a bus.
   void serve(const std::string& path, const std::function<void(sdbus::IObject&)>& describe);

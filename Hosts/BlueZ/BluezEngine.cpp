@@ -26,11 +26,9 @@ BluezEngine::BluezEngine(const BluezOptions& options, std::optional<std::string>
       bus_(*this, options.busAddress) {}
 
 BluezEngine::~BluezEngine() {
+  if (restoreIdentifier_) return;
   bus_.post([this] {
-    for (const auto& [identifier, link] : links_) {
-      if (!restoreIdentifier_) link->cancel();
-    }
-    links_.clear();  // they hold what is the bus's
+    for (const auto& [identifier, link] : links_) link->cancel();
   });
 }
 
@@ -56,8 +54,9 @@ void BluezEngine::restore() {
     const bool ours = std::any_of(services.begin(), services.end(), [&](const Uuid& service) {
       return std::find(device.uuids.begin(), device.uuids.end(), service) != device.uuids.end();
     });
-    if (!device.connected || !isOurs(device) || !ours || objects_.isAcquired(path)) continue;
+    if (!device.connected || !isOurs(device) || !ours) continue;
     const auto link = linkAt(path);
+    if (link->isForeign()) continue;
     link->adopt();
     restored.push_back(peripheralOf(link->identifier()));
   }
@@ -117,12 +116,7 @@ void BluezEngine::didChange(const std::string& path, const std::string& interfac
                             const std::vector<std::string>& invalidated) {
   objects_.change(path, interface, changed, invalidated);
   if (interface == adapterInterface && path == adapter_) updateState();
-  if (interface == BluezObjects::characteristicInterface) {
-    const auto of = path.substr(0, path.find("/service"));
-    const auto* device = objects_.device(of);
-    if (device && device->connected) sighted(of);
-    return;
-  }
+  if (interface == BluezObjects::characteristicInterface) return didChangeValue(path, changed);
   if (interface != BluezObjects::deviceInterface) return;
   if (changed.contains("RSSI") || changed.contains("UUIDs")) sighted(path);
   const auto link = existingLinkAt(path);
@@ -131,6 +125,19 @@ void BluezEngine::didChange(const std::string& path, const std::string& interfac
   // The change counts, not the difference: that of the beginning may have been left out.
   if (changed.contains("Connected")) link->didChangeConnected(device->connected);
   if (changed.contains("ServicesResolved")) link->didResolveServices();
+}
+
+void BluezEngine::didChangeValue(const std::string& path, const BluezProperties& changed) {
+  const auto of = path.substr(0, path.find("/service"));
+  const auto value = changed.find("Value");
+  const auto link = existingLinkAt(of);
+  if (value != changed.end() && link &&
+      value->second.containsValueOfType<std::vector<std::uint8_t>>()) {
+    link->didReceive(path, value->second.get<std::vector<std::uint8_t>>());
+  }
+  // Another program may have let go of the device.
+  const auto* device = objects_.device(of);
+  if (changed.contains("Notifying") && device && device->connected) sighted(of);
 }
 
 // Scanning.
@@ -165,7 +172,8 @@ void BluezEngine::sighted(const std::string& path) {
   if (!device || !isOurs(*device) || device->address.empty()) return;
   auto link = existingLinkAt(path);
   if (link) link->remember(device->uuids);
-  if (device->connected && objects_.isAcquired(path)) return;
+  const bool foreign = link ? link->isForeign() : !objects_.notifyingOf(path).empty();
+  if (device->connected && foreign) return;
   if (link) link->didAppear();
   if (!scan_) return;
   if (!link) {

@@ -60,6 +60,7 @@ class BluezEngine final : public BluezBusListener {
   BluezProperties discoveryFilter() const;
   bool needsDiscovery() const;
   bool isConnecting() const;
+  void didChangeValue(const std::string& path, const BluezProperties& changed);
   void sighted(const std::string& path);
   void forget(const std::string& path);
   void report(const std::shared_ptr<BluezLink>& link);

@@ -38,7 +38,6 @@ BluezFailure failureOf(const Error& error) {
   if (isOneOf(error.domain, {".UnknownObject", ".UnknownMethod", ".UnknownInterface"})) {
     return BluezFailure::unknown;
   }
-  if (contains(error.text, "Notify acquired")) return BluezFailure::acquired;
   if (isOneOf(error.domain, {".InProgress"})) return BluezFailure::busy;
   if (isOneOf(error.domain, {".AlreadyConnected"})) return BluezFailure::connectedYet;
   if (contains(error.text, "abort-by-local") || isOneOf(error.domain, {".NoReply"})) {

@@ -13,7 +13,6 @@ enum class BluezFailure {
   busy,          ///< something of the kind is under way; worth another attempt
   unknown,       ///< the object is not there any more
   connectedYet,  ///< there is a link already
-  acquired,      ///< another program has it for itself
   outOfReach,    ///< bluetoothd gave up waiting for the device
   unclear        ///< perhaps the link is gone; what follows on the bus tells
 };

@@ -1,5 +1,6 @@
 #include <Hosts/BlueZ/BluezErrors.h>
 #include <Hosts/BlueZ/BluezLink.h>
+#include <Hosts/BlueZ/BluezRadio.h>
 
 #include <algorithm>
 #include <utility>
@@ -54,6 +55,7 @@ void BluezLink::connect() {
     });
   }
   if (phase_ != Phase::idle) return;
+  subscriptions_.clear();
   enter(host_.objects.device(path_) ? Phase::connecting : Phase::waiting);
 }
 
@@ -100,7 +102,6 @@ void BluezLink::didConnectReply(const std::optional<Error>& error) {
 
 void BluezLink::adopt() {
   phase_ = Phase::connected;
-  isForeign_ = false;
   wasConnected_ = true;
   ++connection_;
 }
@@ -139,7 +140,6 @@ void BluezLink::didChangeConnected(bool connected) {
 }
 
 void BluezLink::didUnlink(const std::optional<Error>& error) {
-  drain();
   ++connection_;
   discoveries_.clear();
   subscriptions_.clear();
@@ -156,9 +156,34 @@ void BluezLink::didUnlink(const std::optional<Error>& error) {
 void BluezLink::cancel() {
   wanted_ = false;
   if (phase_ == Phase::idle || phase_ == Phase::ending) return;
-  if (phase_ == Phase::waiting || isForeign_) return didUnlink(std::nullopt);
+  const bool foreign = phase_ == Phase::connected && isForeign();
+  if (phase_ == Phase::waiting || foreign) return didUnlink(std::nullopt);
   enter(Phase::ending);
+  stopNotifying();
   askToEnd();
+}
+
+/// bluetoothd would keep the subscription over the end of the link, and others take the device for
+/// this program's.
+void BluezLink::stopNotifying() {
+  for (const auto& path : subscribedBefore_) {
+    host_.bus.call(path, BluezObjects::characteristicInterface, "StopNotify", {},
+                   [weak = weak_from_this(), path](auto*, const std::optional<Error>& error) {
+                     const auto self = weak.lock();
+                     if (error || !self) return;
+                     // The signal of it may come later.
+                     self->host_.objects.change(path, BluezObjects::characteristicInterface,
+                                                {{"Notifying", sdbus::Variant(false)}}, {});
+                     self->subscribedBefore_.erase(path);
+                   });
+  }
+}
+
+bool BluezLink::isForeign() const {
+  const auto notifying = host_.objects.notifyingOf(path_);
+  return std::any_of(notifying.begin(), notifying.end(), [this](const auto& path) {
+    return !subscriptions_.contains(path) && !subscribedBefore_.contains(path);
+  });
 }
 
 void BluezLink::askToEnd() {
@@ -275,63 +300,64 @@ void BluezLink::setNotify(bool enabled, const GattCharacteristic& characteristic
       asking.didUpdateNotificationState(characteristic, CentralError::uuidNotAllowed);
     });
   }
-  const auto [entry, isNew] = subscriptions_.try_emplace(path);
-  auto& subscription = entry->second;
-  subscription.delegate = std::move(delegate);
-  if (enabled && isNew) return subscribe(path, characteristic);
-  if (enabled && !subscription.socket) return;  // the answer is on its way
-  tellSubscribed(subscription.delegate, characteristic, std::nullopt);
-  if (!enabled) subscriptions_.erase(entry);
+  if (enabled && isForeign()) {
+    return host_.outbox.tell(std::move(delegate), [characteristic](auto& asking) {
+      asking.didUpdateNotificationState(characteristic, Error(BluezError::otherListener));
+    });
+  }
+  subscriptions_[path].delegate = std::move(delegate);
+  subscribe(path, characteristic, enabled);
 }
 
-void BluezLink::subscribe(const std::string& path, const GattCharacteristic& characteristic) {
-  host_.bus.call(
-      path, BluezObjects::characteristicInterface, "AcquireNotify",
-      [](auto& call) { call << BluezProperties(); },
-      [weak = weak_from_this(), connection = connection_, path, characteristic](
-          sdbus::MethodReply* reply, const std::optional<Error>& error) {
-        const auto self = weak.lock();
-        if (!self || self->connection_ != connection) return;
-        self->didSubscribe(path, characteristic, reply, error);
-      });
+void BluezLink::subscribe(const std::string& path, const GattCharacteristic& characteristic,
+                          bool enabled) {
+  host_.bus.call(path, BluezObjects::characteristicInterface,
+                 enabled ? "StartNotify" : "StopNotify", {},
+                 [weak = weak_from_this(), connection = connection_, path, characteristic, enabled](
+                     auto*, const std::optional<Error>& error) {
+                   const auto self = weak.lock();
+                   if (!self || self->connection_ != connection) return;
+                   self->didSubscribe(path, characteristic, enabled, error);
+                 });
 }
 
 void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& characteristic,
-                             sdbus::MethodReply* reply, const std::optional<Error>& error) {
-  const auto found = subscriptions_.find(path);
-  if (found == subscriptions_.end()) return;  // given up meanwhile
-  const auto delegate = found->second.delegate;
-  if (error) {
-    const auto failure = failureOf(*error);
-    // Busy: the other program listens to the signals.
-    isForeign_ |= failure == BluezFailure::acquired || failure == BluezFailure::busy;
-    subscriptions_.erase(found);
-    return tellSubscribed(delegate, characteristic, platformError(*error));
-  }
-  sdbus::UnixFd descriptor;
-  *reply >> descriptor;
-  tellSubscribed(delegate, characteristic, std::nullopt);
-  found->second.socket = std::make_unique<BluezSocket>(
-      host_.bus, std::move(descriptor), [this, path, characteristic](Data value) {
-        host_.outbox.tell(subscriptions_[path].delegate,
-                          [characteristic, value = std::move(value)](auto& listening) {
-                            listening.didUpdateValue(characteristic, value, std::nullopt);
-                          });
-      });
-}
-
-void BluezLink::tellSubscribed(const DelegatePtr& delegate,
-                               const GattCharacteristic& characteristic,
-                               const std::optional<Error>& error) const {
-  host_.outbox.tell(delegate, [characteristic, error](auto& asking) {
-    asking.didUpdateNotificationState(characteristic, error);
+                             bool enabled, const std::optional<Error>& error) {
+  auto& subscription = subscriptions_[path];
+  const auto* known = host_.objects.characteristic(path);
+  // Already subscribed, which bluetoothd may do by itself, is as good.
+  const bool already =
+      error && enabled && failureOf(*error) == BluezFailure::busy && known && known->notifying;
+  const auto outcome = error && !already ? std::optional(platformError(*error)) : std::nullopt;
+  host_.outbox.tell(subscription.delegate, [characteristic, outcome](auto& delegate) {
+    delegate.didUpdateNotificationState(characteristic, outcome);
   });
+  if (!enabled) subscribedBefore_.erase(path);
+  if (!enabled || outcome) {
+    subscriptions_.erase(path);
+    return;
+  }
+  subscription.established = true;
+  subscribedBefore_.insert(path);
+  for (auto& value : std::exchange(subscription.early, {})) deliver(path, std::move(value));
 }
 
-void BluezLink::drain() {
-  for (auto& [path, subscription] : subscriptions_) {
-    if (subscription.socket) subscription.socket->drain();
+void BluezLink::didReceive(const std::string& characteristic, Data value) {
+  const auto found = subscriptions_.find(characteristic);
+  if (found != subscriptions_.end() && found->second.established) {
+    return deliver(characteristic, std::move(value));
   }
+  // bluetoothd has subscribed again by itself, even before it says that there is a connection.
+  const bool linked = phase_ == Phase::connected || phase_ == Phase::connecting;
+  const bool expected = found != subscriptions_.end() || subscribedBefore_.contains(characteristic);
+  if (linked && expected) subscriptions_[characteristic].early.push_back(std::move(value));
+}
+
+void BluezLink::deliver(const std::string& path, Data value) {
+  host_.outbox.tell(
+      subscriptions_[path].delegate,
+      [characteristic = host_.objects.gattCharacteristic(path), value = std::move(value)](
+          auto& delegate) { delegate.didUpdateValue(characteristic, value, std::nullopt); });
 }
 
 // Writes.
@@ -361,7 +387,6 @@ void BluezLink::submit(const Write& write) {
 }
 
 void BluezLink::didWrite(Write write, const std::optional<Error>& error) {
-  drain();  // what the device said before it confirmed
   if (!error) return tellWritten(write, std::nullopt);
   const auto failure = failureOf(*error);
   if (failure == BluezFailure::refused) return tellWritten(write, platformError(*error));

@@ -2,8 +2,8 @@
 
 #include <Hosts/BlueZ/BluezObjects.h>
 #include <Hosts/BlueZ/BluezOutbox.h>
-#include <Hosts/BlueZ/BluezSocket.h>
 
+#include <deque>
 #include <functional>
 #include <map>
 #include <memory>
@@ -16,11 +16,13 @@ namespace tandrell {
 /// One device: the attempt to connect to it, the link, and what goes over it. Turns bluetoothd's
 /// replies and signals into the platform's events.
 ///
-/// Notifications are read from the socket of `AcquireNotify`, not from the signals of the
-/// characteristic's value: where two programs are subscribed, bluetoothd signals each value twice
-/// to both, and nobody can tell that from two equal values. The socket is one program's alone and
-/// keeps the packets apart and in order; it is read to its end before the end of the connection is
-/// told. Who is refused it leaves the link to the other program, and does not end it.
+/// Notifications are read from the signals of the characteristic's value, not from a socket of
+/// `AcquireNotify`: signals keep their order with the end of the connection, also where bluetoothd
+/// subscribes again by itself after a reconnection, and none is merged with the next.
+/// bluetoothd 5.66 does not survive a link, or a program, that ends while a socket is being
+/// acquired. But where two programs are subscribed it signals each value twice to both, and nobody
+/// can tell that from two equal values: so a device belongs to the program that listens to it, and
+/// its link is not ended by another.
 ///
 /// Owned by the engine; everything happens on the bus's thread.
 class BluezLink : public std::enable_shared_from_this<BluezLink> {
@@ -43,6 +45,8 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   bool isConnecting() const { return phase_ == Phase::connecting; }
   /// bluetoothd has forgotten the device: it has to be seen again before it can be connected to.
   bool isWaiting() const { return phase_ == Phase::waiting; }
+  /// Whether another program listens to the device.
+  bool isForeign() const;
   /// Whether it was connected since the process began.
   bool wasConnected() const { return wasConnected_; }
 
@@ -66,6 +70,7 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   void didAppear();
   void didChangeConnected(bool connected);
   void didResolveServices();
+  void didReceive(const std::string& characteristic, Data value);
   /// bluetoothd or its radio is gone, and with it every link and attempt.
   void didLoseRadio();
   /// It was connected when the process began.
@@ -75,7 +80,8 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   enum class Phase { idle, waiting, connecting, connected, ending };
   struct Subscription {
     DelegatePtr delegate;
-    std::unique_ptr<BluezSocket> socket;  ///< once it is established
+    bool established = false;
+    std::deque<Data> early;  ///< values that came before the answer to the subscription
   };
   struct Discovery {
     std::vector<Uuid> services;
@@ -97,14 +103,13 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   void readServices();
   void didUnlink(const std::optional<Error>& error);
   void askToEnd();
+  void stopNotifying();
   void didEnd();
   void answer(const Discovery& discovery);
-  void subscribe(const std::string& path, const GattCharacteristic& characteristic);
-  void didSubscribe(const std::string& path, const GattCharacteristic& characteristic,
-                    sdbus::MethodReply* reply, const std::optional<Error>& error);
-  void tellSubscribed(const DelegatePtr& delegate, const GattCharacteristic& characteristic,
-                      const std::optional<Error>& error) const;
-  void drain();
+  void subscribe(const std::string& path, const GattCharacteristic& characteristic, bool enabled);
+  void didSubscribe(const std::string& path, const GattCharacteristic& characteristic, bool enabled,
+                    const std::optional<Error>& error);
+  void deliver(const std::string& path, Data value);
   void submit(const Write& write);
   void didWrite(Write write, const std::optional<Error>& error);
   void tellWritten(const Write& write, const std::optional<Error>& error);
@@ -121,10 +126,10 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   bool calling_ = false;          // a call of Connect is under way
   bool wanted_ = false;           // to be connected to again once it has ended
   bool wasConnected_ = false;
-  bool isForeign_ = false;  // another program listens to the device
   std::set<Uuid> services_;
   std::vector<Discovery> discoveries_;
   std::map<std::string, Subscription> subscriptions_;
+  std::set<std::string> subscribedBefore_;
 };
 
 }  // namespace tandrell

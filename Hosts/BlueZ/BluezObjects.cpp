@@ -60,7 +60,7 @@ void take(BluezService& service, const BluezProperties& properties) {
 void take(BluezCharacteristic& characteristic, const BluezProperties& properties) {
   readPath(properties, "Service", characteristic.service);
   readUuid(properties, "UUID", characteristic.uuid);
-  read(properties, "NotifyAcquired", characteristic.acquired);
+  read(properties, "Notifying", characteristic.notifying);
 }
 
 template <class Object>
@@ -137,13 +137,14 @@ const BluezCharacteristic* BluezObjects::characteristic(const std::string& path)
   return find(characteristics_, path);
 }
 
-bool BluezObjects::isAcquired(const std::string& device) const {
+std::vector<std::string> BluezObjects::notifyingOf(const std::string& device) const {
+  std::vector<std::string> paths;
   for (const auto& service : servicesOf(device)) {
     for (const auto& path : characteristicsOf(service)) {
-      if (characteristics_.at(path).acquired) return true;
+      if (characteristics_.at(path).notifying) paths.push_back(path);
     }
   }
-  return false;
+  return paths;
 }
 
 std::vector<std::string> BluezObjects::servicesOf(const std::string& device) const {

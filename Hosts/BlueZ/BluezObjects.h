@@ -36,7 +36,7 @@ struct BluezService {
 struct BluezCharacteristic {
   std::string service;
   Uuid uuid;
-  bool acquired = false;  ///< some process holds the socket of its notifications
+  bool notifying = false;  ///< some program listens, or did before the link was lost
 };
 
 class BluezObjects {
@@ -64,8 +64,8 @@ class BluezObjects {
   const BluezCharacteristic* characteristic(const std::string& path) const;
   const std::map<std::string, BluezDevice>& devices() const { return devices_; }
 
-  /// Whether some process, this one included, listens to the device.
-  bool isAcquired(const std::string& device) const;
+  /// The characteristics of a device to which some program listens, this one included.
+  std::vector<std::string> notifyingOf(const std::string& device) const;
 
   /// The paths of a device's services, of a service's characteristics.
   std::vector<std::string> servicesOf(const std::string& device) const;

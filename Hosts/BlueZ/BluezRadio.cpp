@@ -17,6 +17,8 @@ std::string_view errorText(BluezError error) {
       return "there is no such Bluetooth adapter";
     case BluezError::adapterOff:
       return "the Bluetooth adapter is switched off or blocked: see bluetoothctl and rfkill";
+    case BluezError::otherListener:
+      return "another program listens to the device";
   }
   return "unknown";
 }

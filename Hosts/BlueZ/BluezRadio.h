@@ -12,8 +12,8 @@
 
 namespace tandrell {
 
-/// Why the radio cannot be used; the texts are for people.
-enum class BluezError { noBus, noDaemon, noPermission, noAdapter, adapterOff };
+/// Why the radio, or a device, cannot be used; the texts are for people.
+enum class BluezError { noBus, noDaemon, noPermission, noAdapter, adapterOff, otherListener };
 constexpr std::string_view errorDomain(BluezError) { return "BluezError"; }
 TANDRELL_API std::string_view errorText(BluezError error);
 
@@ -53,6 +53,9 @@ struct BluezOptions {
 /// daemon is away the state is `resetting`, and its return brings the radio back. Without a daemon
 /// from the beginning, without an adapter or without a bus the state is `unsupported`; where the
 /// bus refuses, `unauthorized`; with the adapter switched off or blocked, `poweredOff`.
+///
+/// A device belongs to the program that listens to its notifications: while there is one, others on
+/// this machine do not find it, and a subscription that comes too late fails with `otherListener`.
 ///
 /// A peripheral's identifier is made from its address. A device that is connected when a manager
 /// with a restore identifier is made is handed over as restored. Connections of a manager without

@@ -1,8 +1,5 @@
 #include <Tests/BlueZ/ScriptedBluez.h>
 
-#include <sys/socket.h>
-
-#include <array>
 #include <chrono>
 #include <utility>
 
@@ -36,15 +33,14 @@ ScriptedBluez::ScriptedBluez(const std::string& address, bool powered)
   for (const auto* method : {"StartDiscovery", "StopDiscovery"}) addMethod(object, adapter, method);
   object.registerMethod("SetDiscoveryFilter")
       .onInterface(adapter)
-      .implementedAs([this](sdbus::Result<>&& result, Options filter) {
+      .implementedAs([this](Result&& result, Options filter) {
         const auto uuids = filter["UUIDs"].get<std::vector<std::string>>();
-        didCall("SetDiscoveryFilter", "SetDiscoveryFilter " + uuids.at(0),
-                resultOf(std::move(result)));
+        didCall("SetDiscoveryFilter", "SetDiscoveryFilter " + uuids.at(0), std::move(result));
       });
   object.registerMethod("RemoveDevice")
       .onInterface(adapter)
-      .implementedAs([this](sdbus::Result<>&& result, sdbus::ObjectPath) {
-        didCall("RemoveDevice", "RemoveDevice", resultOf(std::move(result)));
+      .implementedAs([this](Result&& result, sdbus::ObjectPath) {
+        didCall("RemoveDevice", "RemoveDevice", std::move(result));
       });
   addProperty(object, adapter, "Powered", powered_);
   addRegistration(object, "org.bluez.GattManager1", "Application");
@@ -83,33 +79,27 @@ bool ScriptedBluez::hasDevice() {
   return objects_.contains(devicePath);
 }
 
-ScriptedBluez::Result ScriptedBluez::resultOf(sdbus::Result<>&& result) {
-  return [shared = std::make_shared<sdbus::Result<>>(std::move(result))](const auto& error) {
-    error ? shared->returnError(*error) : shared->returnResults();
-  };
-}
-
 void ScriptedBluez::addMethod(sdbus::IObject& object, const char* interface, const char* method) {
   object.registerMethod(method).onInterface(interface).implementedAs(
-      [this, method = std::string(method)](sdbus::Result<>&& result) {
-        didCall(method, method, resultOf(std::move(result)));
+      [this, method = std::string(method)](Result&& result) {
+        didCall(method, method, std::move(result));
       });
 }
 
 void ScriptedBluez::addRegistration(sdbus::IObject& object, const char* interface,
                                     const std::string& noun) {
-  const auto note = [this, &object](const std::string& method, sdbus::Result<>&& result) {
+  const auto note = [this, &object](const std::string& method, Result&& result) {
     owner_ = object.getCurrentlyProcessedMessage()->getSender();
-    didCall(method, method, resultOf(std::move(result)));
+    didCall(method, method, std::move(result));
   };
   object.registerMethod("Register" + noun)
       .onInterface(interface)
-      .implementedAs([=](sdbus::Result<>&& result, sdbus::ObjectPath, Options) {
+      .implementedAs([=](Result&& result, sdbus::ObjectPath, Options) {
         note("Register" + noun, std::move(result));
       });
   object.registerMethod("Unregister" + noun)
       .onInterface(interface)
-      .implementedAs([=](sdbus::Result<>&& result, sdbus::ObjectPath) {
+      .implementedAs([=](Result&& result, sdbus::ObjectPath) {
         note("Unregister" + noun, std::move(result));
       });
 }
@@ -200,21 +190,19 @@ void ScriptedBluez::addServices(bool signalled) {
 void ScriptedBluez::addCharacteristic(const std::string& path, const char* uuid, bool notifies,
                                       bool signalled) {
   auto& object = add(path);
-  object.registerMethod("AcquireNotify")
-      .onInterface(characteristic)
-      .implementedAs([this](sdbus::Result<sdbus::UnixFd, std::uint16_t>&& result, Options) {
-        acquire(std::move(result));
-      });
+  for (const auto* method : {"StartNotify", "StopNotify"}) {
+    addMethod(object, characteristic, method);
+  }
   object.registerMethod("WriteValue")
       .onInterface(characteristic)
-      .implementedAs([this](sdbus::Result<>&& result, Data bytes, Options options) {
+      .implementedAs([this](Result&& result, Data bytes, Options options) {
         const auto type = options["type"].get<std::string>();
         {
           const std::lock_guard lock(mutex_);
           written_.insert(written_.end(), bytes.begin(), bytes.end());
         }
         didCall("WriteValue", "WriteValue " + std::to_string(bytes.size()) + " " + type,
-                resultOf(std::move(result)));
+                std::move(result));
       });
   object.registerProperty("UUID").onInterface(characteristic).withGetter([uuid] {
     return std::string(uuid);
@@ -222,7 +210,8 @@ void ScriptedBluez::addCharacteristic(const std::string& path, const char* uuid,
   object.registerProperty("Service").onInterface(characteristic).withGetter([] {
     return sdbus::ObjectPath(servicePath);
   });
-  if (notifies) addProperty(object, characteristic, "NotifyAcquired", acquired_);
+  if (notifies) addProperty(object, characteristic, "Value", value_);
+  if (notifies) addProperty(object, characteristic, "Notifying", notifying_);
   object.finishRegistration();
   if (signalled) object.emitInterfacesAddedSignal({characteristic});
 }
@@ -243,7 +232,6 @@ void ScriptedBluez::setConnected(bool connected, bool signalled) {
   {
     const std::lock_guard lock(mutex_);
     connected_ = connected;
-    if (!connected) socket_.reset();
   }
   if (signalled) changed(devicePath, device, "Connected");
 }
@@ -256,32 +244,20 @@ void ScriptedBluez::setResolved(bool resolved, bool signalled) {
   if (signalled) changed(devicePath, device, "ServicesResolved");
 }
 
-void ScriptedBluez::setAcquired(bool acquired) {
+void ScriptedBluez::setNotifying(bool notifying) {
   {
     const std::lock_guard lock(mutex_);
-    acquired_ = acquired;
+    notifying_ = notifying;
   }
-  changed(transmittingPath, characteristic, "NotifyAcquired");
+  changed(transmittingPath, characteristic, "Notifying");
 }
 
-void ScriptedBluez::notify(const Data& value) {
-  const std::lock_guard lock(mutex_);
-  ::send(socket_.get(), value.data(), value.size(), MSG_NOSIGNAL);
-}
-
-void ScriptedBluez::acquire(sdbus::Result<sdbus::UnixFd, std::uint16_t>&& result) {
-  const auto shared =
-      std::make_shared<sdbus::Result<sdbus::UnixFd, std::uint16_t>>(std::move(result));
-  didCall("AcquireNotify", "AcquireNotify", [this, shared](const auto& error) {
-    if (error) return shared->returnError(*error);
-    std::array<int, 2> ends{};
-    ::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data());
-    {
-      const std::lock_guard lock(mutex_);
-      socket_ = sdbus::UnixFd(ends[0], sdbus::adopt_fd);
-    }
-    shared->returnResults(sdbus::UnixFd(ends[1], sdbus::adopt_fd), 23);
-  });
+void ScriptedBluez::notify(Data value) {
+  {
+    const std::lock_guard lock(mutex_);
+    value_ = std::move(value);
+  }
+  changed(transmittingPath, characteristic, "Value");
 }
 
 void ScriptedBluez::sight() { changed(devicePath, device, "RSSI"); }
@@ -309,7 +285,7 @@ void ScriptedBluez::complete(const std::string& method, const std::optional<sdbu
   auto held = held_.extract(method);
   lock.unlock();
   if (held.empty()) return;
-  held.mapped()(error);
+  error ? held.mapped().returnError(*error) : held.mapped().returnResults();
 }
 
 void ScriptedBluez::react(const std::string& method, std::function<bool()> reaction) {

@@ -40,10 +40,8 @@ class ScriptedBluez {
   void setPowered(bool powered);
   void setConnected(bool connected, bool signalled = true);
   void setResolved(bool resolved, bool signalled = true);
-  /// Another program listens, or does so no more.
-  void setAcquired(bool acquired);
-  /// Through the socket that was acquired last.
-  void notify(const Data& value);
+  void setNotifying(bool notifying);
+  void notify(Data value);
   void sight();
 
   // What a central does on the services that are registered, through this bluetoothd. A write
@@ -71,7 +69,7 @@ class ScriptedBluez {
   std::string nextCall();
 
  private:
-  using Result = std::function<void(const std::optional<sdbus::Error>&)>;
+  using Result = sdbus::Result<>;
   struct Script {
     bool held = false;
     std::optional<sdbus::Error> error;
@@ -79,8 +77,6 @@ class ScriptedBluez {
 
   sdbus::IObject& add(const std::string& path);
   sdbus::IObject& object(const std::string& path);
-  static Result resultOf(sdbus::Result<>&& result);
-  void acquire(sdbus::Result<sdbus::UnixFd, std::uint16_t>&& result);
   void addMethod(sdbus::IObject& object, const char* interface, const char* method);
   void addCharacteristic(const std::string& path, const char* uuid, bool notifies, bool signalled);
   void didCall(const std::string& method, const std::string& call, Result result);
@@ -106,9 +102,9 @@ class ScriptedBluez {
   bool powered_;
   bool connected_ = false;
   bool resolved_ = false;
-  bool acquired_ = false;
-  sdbus::UnixFd socket_;
+  bool notifying_ = false;
   std::int16_t rssi_ = -60;
+  Data value_;
   std::string owner_;  // of what is registered
 };
 

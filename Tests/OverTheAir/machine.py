@@ -102,6 +102,10 @@ class Program:
             raise Unexpected(f"no end in {limit} s") from None
         check(found == status, f"exit status {found}, not {status}")
 
+    def interrupt(self):
+        self.process.send_signal(signal.SIGINT)
+        self.wait_for_end(130)
+
     def __enter__(self):
         return self
 
