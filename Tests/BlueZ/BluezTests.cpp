@@ -101,6 +101,11 @@ TEST_F(BluezTest, FollowsTheStateOfDaemonAndAdapter) {
   BluezRadio otherAdapter{{"hci7", {}, bus.address()}};
   EXPECT_EQ(Listener::make(dispatcher, otherAdapter)->next(), "state unsupported");
   EXPECT_EQ(otherAdapter.problem(), BluezError::noAdapter);
+  const PrivateBus strictBus(true);
+  const ScriptedBluez unreachable(strictBus.address());
+  BluezRadio forbidden{{"", {}, strictBus.address()}};
+  EXPECT_EQ(Listener::make(dispatcher, forbidden)->next(), "state unauthorized");
+  EXPECT_EQ(forbidden.problem(), BluezError::noPermission);
   BluezRadio nowhere{{"", {}, "unix:path=/nonexistent/bus"}};
   EXPECT_EQ(Listener::make(dispatcher, nowhere)->next(), "state unsupported");
   EXPECT_EQ(nowhere.problem(), BluezError::noBus);

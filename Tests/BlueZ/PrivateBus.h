@@ -13,10 +13,12 @@
 
 namespace tandrell {
 
-/// A message bus of the test's own; it ends with this.
+/// A message bus of the test's own; it ends with this. On a strict one nobody may talk to
+/// bluetoothd.
 class PrivateBus {
  public:
-  PrivateBus() {
+  explicit PrivateBus(bool strict = false) {
+    const auto* kind = strict ? "--config-file=" TANDRELL_STRICT_BUS : "--session";
     std::array<int, 2> pipe{};
     if (::pipe(pipe.data()) != 0) fatalError("PrivateBus: no pipe");
     process_ = ::fork();
@@ -24,7 +26,7 @@ class PrivateBus {
       ::prctl(PR_SET_PDEATHSIG, SIGTERM);
       ::dup2(pipe[1], STDOUT_FILENO);
       ::close(STDERR_FILENO);
-      ::execlp("dbus-daemon", "dbus-daemon", "--session", "--nofork", "--print-address", nullptr);
+      ::execlp("dbus-daemon", "dbus-daemon", kind, "--nofork", "--print-address", nullptr);
       ::_exit(127);
     }
     ::close(pipe[1]);
