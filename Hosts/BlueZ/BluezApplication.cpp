@@ -101,12 +101,12 @@ void BluezApplication::respond(std::uint64_t handle, const std::optional<Error>&
   });
 }
 
-void BluezApplication::confirmWrites(const std::string& device) {
+void BluezApplication::refuseWrites(const std::string& device) {
   std::vector<std::uint64_t> handles;
   for (const auto& [handle, write] : writes_) {
     if (write.device == device) handles.push_back(handle);
   }
-  for (const auto handle : handles) respond(handle, std::nullopt);
+  for (const auto handle : handles) respond(handle, Error("CBATTErrorDomain", 0x0e, "gone"));
 }
 
 void BluezApplication::forgetWrites(const std::string& device) {

@@ -41,8 +41,8 @@ class BluezApplication {
   /// Sends the value to everybody who has enabled notifications.
   void update(const Uuid& characteristic, Data value);
   void respond(std::uint64_t handle, const std::optional<Error>& error);
-  /// Confirms every write of the device that is unanswered.
-  void confirmWrites(const std::string& device);
+  /// Refuses every write of the device that is unanswered, as what goes down with its link.
+  void refuseWrites(const std::string& device);
   /// The link of the device, or with an empty path every link, is gone with its writes.
   void forgetWrites(const std::string& device = {});
 

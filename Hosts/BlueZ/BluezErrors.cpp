@@ -65,7 +65,8 @@ Error refusalOf(const Error& error) {
   if (code == 0x06) return {"org.bluez.Error.NotSupported", 0, error.text};
   if (code == 0x08) return {"org.bluez.Error.NotAuthorized", 0, error.text};
   if (code == 0x0d) return {"org.bluez.Error.InvalidValueLength", 0, error.text};
-  // bluetoothd reads these from the text.
+  if (code == 0x0e) return {"org.freedesktop.DBus.Error.Failed", 0, error.text};
+  // bluetoothd reads these from the text, and takes names that are none of its own for 0x0e.
   const bool application = code >= 0x80 && code <= 0x9f;
   return {"org.bluez.Error.Failed", 0, std::to_string(application ? code : 0x80)};
 }

@@ -28,7 +28,7 @@ struct BluezPeripheralOptions {
 /// - nobody can refuse a subscription;
 /// - with several centrals at once, who has subscribed is not known, and the first is named;
 /// - a write that is not answered fails after 5 seconds, and where this side ends the link before,
-///   it is confirmed at the last moment;
+///   at the last moment;
 /// - `maximumUpdateLength` is 20 until the central's first write.
 class TANDRELL_API BluezPeripheralRadio final : public PeripheralManagerFactory {
  public:

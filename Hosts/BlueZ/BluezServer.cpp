@@ -16,9 +16,9 @@ constexpr const char* deviceInterface = BluezObjects::deviceInterface;
 constexpr std::size_t leastUpdate = 20;
 constexpr std::size_t updateOverhead = 5;
 
-/// bluetoothd lingers for 2 to 3 seconds before it ends a link.
+/// bluetoothd lingers for 2 to 3 seconds before it ends a link; a busy machine takes its time too.
 constexpr std::chrono::seconds endLimit{6};
-constexpr std::chrono::milliseconds lastMoment{1700};
+constexpr std::chrono::milliseconds lastMoment{1000};
 
 }  // namespace
 
@@ -211,7 +211,7 @@ void BluezServer::disconnectAt(const std::string& path) {
     const auto leaving = leaving_.find(path);
     if (leaving == leaving_.end()) return;
     leaving->second = true;
-    application_.confirmWrites(path);
+    application_.refuseWrites(path);
   });
   bus_.call(
       path, deviceInterface, "Disconnect", {},
@@ -261,7 +261,7 @@ void BluezServer::didWrite(const std::string& device, std::uint16_t mtu, WriteRe
     central.maximumUpdateLength = std::max(leastUpdate, mtu - updateOverhead);
   }
   const auto leaving = leaving_.find(device);
-  if (leaving != leaving_.end() && leaving->second) return application_.confirmWrites(device);
+  if (leaving != leaving_.end() && leaving->second) return application_.refuseWrites(device);
   request.central = central;
   outbox_.tell(
       [request = std::move(request)](auto& delegate) { delegate.didReceiveWrite(request); });

@@ -24,7 +24,7 @@ namespace tandrell {
 ///
 /// A link that this side ends lingers for 2 to 3 seconds, and must not end under a write that is
 /// not answered: bluetoothd then takes the answer that it gives by itself after 5 seconds to the
-/// wrong link, or does not survive it. Such writes are confirmed at the last moment.
+/// wrong link, or does not survive it. Such writes fail at the last moment.
 ///
 /// Owned by the manager. Everything but the constructor, `start`, `post` and the destructor runs on
 /// the bus's thread.

@@ -55,8 +55,8 @@ TEST_F(PeripheralTest, ServesAPhoneAndWithdrawsAtTheEnd) {
   expectCalls({"Value 40", "Value 5"});
   EXPECT_EQ(bluez->write({1}, 45), "128");
 
-  // The link must not end under a write.
-  EXPECT_EQ(bluez->write(Data(20, 1), 45), "taken");
+  // The link must not end under a write, and what was not taken is not confirmed.
+  EXPECT_EQ(bluez->write(Data(20, 1), 45), "gone");
   expectCalls({"Disconnect"});
   bluez->setConnected(false);
   expectCalls({"RegisterAdvertisement"});
