@@ -151,7 +151,7 @@ void BluezEngine::scan(std::vector<Uuid> services) {
     // A device that was lost is looked for by connecting to it, which finds it as soon as it is
     // back.
     const bool lost = link->wasConnected() && objects_.device(link->path());
-    if (lost && !link->isConnected() && isLookedFor(*link)) report(link);
+    if (lost && !link->isConnected() && !link->isForeign() && isLookedFor(*link)) report(link);
   }
   const auto devices = objects_.devices();
   for (const auto& [path, device] : devices) {

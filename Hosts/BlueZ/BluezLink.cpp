@@ -142,10 +142,12 @@ void BluezLink::didUnlink(const std::optional<Error>& error) {
   ++connection_;
   discoveries_.clear();
   subscriptions_.clear();
-  // A change that was signalled late must not be taken for the next connection's.
-  host_.objects.change(
-      path_, BluezObjects::deviceInterface,
-      {{"Connected", sdbus::Variant(false)}, {"ServicesResolved", sdbus::Variant(false)}}, {});
+  if (!isForeign()) {
+    // A change that was signalled late must not be taken for the next connection's.
+    host_.objects.change(
+        path_, BluezObjects::deviceInterface,
+        {{"Connected", sdbus::Variant(false)}, {"ServicesResolved", sdbus::Variant(false)}}, {});
+  }
   host_.outbox.tell([peripheral = host_.peripheralOf(identifier_), error](auto& delegate) {
     delegate.didDisconnect(peripheral, error);
   });

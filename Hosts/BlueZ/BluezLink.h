@@ -129,7 +129,7 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   std::set<Uuid> services_;
   std::vector<Discovery> discoveries_;
   std::map<std::string, Subscription> subscriptions_;
-  std::set<std::string> subscribedBefore_;
+  std::set<std::string> subscribedBefore_;  // asked for, and not given up since
 };
 
 }  // namespace tandrell

@@ -7,6 +7,13 @@
 
 // Whom the device notifies, and of what.
 namespace tandrell {
+namespace {
+
+/// bluetoothd never answers a subscription where another program ended in the middle of its own; a
+/// new link mends that.
+constexpr std::chrono::seconds subscribeLimit{8};
+
+}  // namespace
 
 void BluezLink::setNotify(bool enabled, const GattCharacteristic& characteristic,
                           DelegatePtr delegate) {
@@ -28,14 +35,16 @@ void BluezLink::setNotify(bool enabled, const GattCharacteristic& characteristic
 
 void BluezLink::subscribe(const std::string& path, const GattCharacteristic& characteristic,
                           bool enabled) {
-  host_.bus.call(path, BluezObjects::characteristicInterface,
-                 enabled ? "StartNotify" : "StopNotify", {},
-                 [weak = weak_from_this(), connection = connection_, path, characteristic, enabled](
-                     auto*, const std::optional<Error>& error) {
-                   const auto self = weak.lock();
-                   if (!self || self->connection_ != connection) return;
-                   self->didSubscribe(path, characteristic, enabled, error);
-                 });
+  if (enabled) subscribedBefore_.insert(path);
+  host_.bus.call(
+      path, BluezObjects::characteristicInterface, enabled ? "StartNotify" : "StopNotify", {},
+      [weak = weak_from_this(), connection = connection_, path, characteristic, enabled](
+          auto*, const std::optional<Error>& error) {
+        const auto self = weak.lock();
+        if (!self || self->connection_ != connection) return;
+        self->didSubscribe(path, characteristic, enabled, error);
+      },
+      subscribeLimit);
 }
 
 void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& characteristic,
@@ -49,13 +58,14 @@ void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& 
   host_.outbox.tell(subscription.delegate, [characteristic, outcome](auto& delegate) {
     delegate.didUpdateNotificationState(characteristic, outcome);
   });
-  if (!enabled) subscribedBefore_.erase(path);
+  // Without a reply it may become a subscription all the same, and is this program's.
+  const bool unknown = error && error->domain.ends_with(".NoReply");
+  if (!enabled || (outcome && !unknown)) subscribedBefore_.erase(path);
   if (!enabled || outcome) {
     subscriptions_.erase(path);
     return;
   }
   subscription.established = true;
-  subscribedBefore_.insert(path);
   for (auto& value : std::exchange(subscription.early, {})) deliver(path, std::move(value));
 }
 
