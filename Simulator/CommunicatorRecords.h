@@ -46,6 +46,15 @@ struct CommunicatorRecords {
   std::vector<SettingsCommand> settings;
   std::vector<MalformedFrame> malformed;
   std::size_t connections = 0;
+
+  /// The bytes of all chunks, one after the other.
+  Data written() const {
+    Data bytes;
+    for (const auto& chunk : chunks) {
+      bytes.insert(bytes.end(), chunk.bytes.begin(), chunk.bytes.end());
+    }
+    return bytes;
+  }
 };
 
 /// Records that one queue writes and any thread reads.

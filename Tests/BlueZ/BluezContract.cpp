@@ -32,7 +32,7 @@ class ScriptedBluezWorld final : public CentralWorld {
     return Listener::make(dispatcher_, radio_, std::move(restoreIdentifier));
   }
   void kill(std::shared_ptr<Listener>& application) override {
-    application->ask([](Listener& self) { self.manager.reset(); });
+    application->end();
     application.reset();
   }
   void setRadio(bool on) override {

@@ -1,6 +1,6 @@
 #include <Tests/Contracts/CentralContract.h>
 
-#include <gmock/gmock.h>
+#include <stdexcept>
 
 namespace tandrell {
 namespace {
@@ -20,16 +20,21 @@ void CentralContract::begin(std::optional<std::string> restoreIdentifier) {
   expect("state poweredOn");
 }
 
-void CentralContract::expectLoss() {
-  EXPECT_THAT(application->next(), testing::MatchesRegex("disconnected .*[1-9].*"));
+void CentralContract::expect(const testing::Matcher<std::string>& event) {
+  const auto told = application->next();
+  if (event.Matches(told)) return;
+  throw std::runtime_error("\"" + told + "\", where the contract wants what " +
+                           testing::DescribeMatcher<std::string>(event));
 }
+
+void CentralContract::expectLoss() { expect(testing::MatchesRegex("disconnected .*[1-9].*")); }
 
 void CentralContract::scan() {
   application->ask([](Listener& self) {
     self.manager->scanForPeripherals(std::vector{service});
     EXPECT_TRUE(self.manager->isScanning());
   });
-  EXPECT_THAT(application->next(), testing::StartsWith("discovered"));
+  expect(testing::StartsWith("discovered"));
 }
 
 void CentralContract::connect() {

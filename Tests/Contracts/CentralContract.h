@@ -2,11 +2,13 @@
 
 #include <Tests/Contracts/Listener.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <memory>
 #include <ostream>
+#include <string>
 
 namespace tandrell {
 
@@ -40,7 +42,8 @@ struct CentralWorldKind {
 class CentralContract : public testing::TestWithParam<CentralWorldKind> {
  protected:
   void begin(std::optional<std::string> restoreIdentifier = {});
-  void expect(const std::string& event) { EXPECT_EQ(application->next(), event); }
+  /// Expects this event next; with another one the test ends, for what follows builds on it.
+  void expect(const testing::Matcher<std::string>& event);
   /// Expects the end of a connection that was lost.
   void expectLoss();
   void scan();

@@ -74,6 +74,11 @@ class Listener final : public CentralManagerDelegate,
     });
   }
 
+  /// Ends the central, as the end of its process does; nothing of it is left when this returns.
+  void end() {
+    queue_->syncBarrier([this] { manager.reset(); });
+  }
+
   void didUpdateState() override { note("state " + std::string(nameOf(manager->state()))); }
   void didDiscover(const PeripheralPtr& found, const Advertisement& advertisement) override {
     take(found);

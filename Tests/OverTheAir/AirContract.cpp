@@ -19,7 +19,7 @@ class AirWorld final : public CentralWorld {
     return Listener::make(*dispatcher_, radio_, std::move(restoreIdentifier));
   }
   void kill(std::shared_ptr<Listener>& application) override {
-    application->ask([](Listener& self) { self.manager.reset(); });
+    application->end();
     application.reset();
   }
   void setRadio(bool on) override {
@@ -30,13 +30,7 @@ class AirWorld final : public CentralWorld {
   }
   void setInRange(bool inRange) override { device_->setInRange(inRange); }
   void notify(Data value) override { device_->sendRaw(std::move(value)); }
-  Data written() override {
-    Data bytes;
-    for (const auto& chunk : device_->records().chunks) {
-      bytes.insert(bytes.end(), chunk.bytes.begin(), chunk.bytes.end());
-    }
-    return bytes;
-  }
+  Data written() override { return device_->records().written(); }
 
  private:
   const std::shared_ptr<SystemDispatcher> dispatcher_ = std::make_shared<SystemDispatcher>();

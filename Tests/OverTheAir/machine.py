@@ -30,6 +30,13 @@ def power(adapter, on):
     check(call.returncode == 0, f"{adapter} cannot be switched: {call.stderr.strip()}")
 
 
+def block(adapter, on):
+    """As an aeroplane mode does. The other side of a link is not told, unlike with `power`."""
+    for switch in pathlib.Path("/sys/class/rfkill").iterdir():
+        if (switch / "name").read_text().strip() == adapter:
+            (switch / "soft").write_text(str(int(on)))
+
+
 def bluetoothd():
     """The number of its process, or 0."""
     return int(subprocess.run(["pidof", "bluetoothd"], capture_output=True).stdout or 0)
@@ -52,6 +59,7 @@ def begin_anew():
     """Ends every link, and lets bluetoothd and the program forget everything; hci0 is on."""
     if not bluetoothd():
         start_bluetoothd()  # it died in the scenario before
+    block("hci0", False)
     power("hci0", False)
     power("hci1", False)
     kill_bluetoothd()

@@ -27,13 +27,7 @@ class SimulatedCentralWorld final : public CentralWorld {
   }
   void setInRange(bool inRange) override { device_->setInRange(inRange); }
   void notify(Data value) override { device_->sendRaw(std::move(value)); }
-  Data written() override {
-    Data bytes;
-    for (const auto& chunk : device_->records().chunks) {
-      bytes.insert(bytes.end(), chunk.bytes.begin(), chunk.bytes.end());
-    }
-    return bytes;
-  }
+  Data written() override { return device_->records().written(); }
 
  private:
   const std::shared_ptr<VirtualTime> time_;
