@@ -1,17 +1,14 @@
 #pragma once
 
+#include <TandrellCore/Async/Coroutine.h>
+#include <TandrellCore/Async/PromiseState.h>
 #include <TandrellCore/Platform/Dispatch.h>
-#include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/Result.h>
 
-#include <condition_variable>
-#include <coroutine>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
-#include <vector>
 
 namespace tandrell {
 
@@ -113,66 +110,15 @@ class Promise {
   /// settlement needs, nor under virtual time, where one thread does everything.
   Result<T> wait() const { return state_->wait(); }
 
-  class Awaiter;
   /// `co_await` gives the `Result<T>` and resumes on the default queue. While the coroutine is
   /// suspended only the continuation keeps it: when the promise is dropped pending, the coroutine
   /// is destroyed. (Awaiting a temporary leaves no handle behind in the coroutine's frame.)
-  Awaiter operator co_await() && { return Awaiter(std::move(state_)); }
-  Awaiter operator co_await() const& { return Awaiter(state_); }
+  PromiseAwaiter<T> operator co_await() && { return PromiseAwaiter<T>(std::move(state_)); }
+  PromiseAwaiter<T> operator co_await() const& { return PromiseAwaiter<T>(state_); }
 
  private:
-  using Continuation = std::function<void(const Result<T>&)>;
-
-  struct State {
-    explicit State(QueuePtr queue) : defaultQueue(std::move(queue)) {}
-
-    void settle(Result<T> outcome) {
-      std::unique_lock lock(mutex);
-      if (settled) return;
-      settled.emplace(std::move(outcome));
-      changed.notify_all();
-      // What is attached meanwhile joins the end, so that continuations keep their order.
-      while (!continuations.empty()) {
-        std::vector<Continuation> waiting;
-        waiting.swap(continuations);
-        lock.unlock();
-        for (const auto& continuation : waiting) continuation(*settled);
-        waiting.clear();
-        lock.lock();
-      }
-      delivered = true;
-    }
-
-    /// Runs on the settling thread, or at once when settled; `settled` never changes afterwards.
-    void whenSettled(Continuation continuation) {
-      {
-        const std::lock_guard lock(mutex);
-        if (!delivered) {
-          continuations.push_back(std::move(continuation));
-          return;
-        }
-      }
-      continuation(*settled);
-    }
-
-    std::optional<Result<T>> result() const {
-      const std::lock_guard lock(mutex);
-      return settled;
-    }
-
-    Result<T> wait() {
-      std::unique_lock lock(mutex);
-      changed.wait(lock, [this] { return settled.has_value(); });
-      return *settled;
-    }
-
-    const QueuePtr defaultQueue;
-    mutable std::mutex mutex;
-    std::condition_variable changed;
-    std::optional<Result<T>> settled;
-    std::vector<Continuation> continuations;
-    bool delivered = false;  // every continuation so far has been called
-  };
+  using State = PromiseState<T>;
+  using Continuation = typename State::Continuation;
 
   const Promise& attach(ContinuationTarget target, Continuation block) const {
     state_->whenSettled(
@@ -183,62 +129,6 @@ class Promise {
   }
 
   std::shared_ptr<State> state_;
-};
-
-/// Owns a suspended coroutine until it is resumed; destroys it when it never will be.
-class TANDRELL_API SuspendedCoroutine {
- public:
-  explicit SuspendedCoroutine(std::coroutine_handle<> handle) : handle_(handle) {}
-  SuspendedCoroutine(const SuspendedCoroutine&) = delete;
-  SuspendedCoroutine& operator=(const SuspendedCoroutine&) = delete;
-  ~SuspendedCoroutine() {
-    if (handle_) handle_.destroy();
-  }
-  void resume() { std::exchange(handle_, nullptr).resume(); }
-
- private:
-  std::coroutine_handle<> handle_;
-};
-
-template <class T>
-class Promise<T>::Awaiter {
- public:
-  explicit Awaiter(std::shared_ptr<State> state) : state_(std::move(state)) {}
-
-  bool await_ready() const { return false; }
-
-  void await_suspend(std::coroutine_handle<> handle) {
-    auto suspended = std::make_shared<SuspendedCoroutine>(handle);
-    const auto state = std::move(state_);
-    // From here on another thread may resume or destroy the coroutine, and this awaiter with it.
-    state->whenSettled([this, suspended = std::move(suspended),
-                        queue = state->defaultQueue](const Result<T>& result) {
-      queue->async([this, suspended, result] {
-        result_.emplace(result);
-        suspended->resume();
-      });
-    });
-  }
-
-  Result<T> await_resume() { return std::move(*result_); }
-
- private:
-  std::shared_ptr<State> state_;
-  std::optional<Result<T>> result_;
-};
-
-/// The return type of a coroutine that nobody waits for. It starts at once and frees itself at its
-/// end. An exception that leaves it stops the process.
-struct TANDRELL_API Detached {
-  struct promise_type {
-    Detached get_return_object() { return {}; }
-    std::suspend_never initial_suspend() noexcept { return {}; }
-    std::suspend_never final_suspend() noexcept { return {}; }
-    void return_void() {}
-    [[noreturn]] void unhandled_exception() {
-      fatalError("Detached: an exception left a coroutine");
-    }
-  };
 };
 
 }  // namespace tandrell
