@@ -11,6 +11,8 @@ using State = CentralManagerState;
 
 constexpr const char* adapterInterface = BluezObjects::adapterInterface;
 
+const Uuid genericAttributeService("00001801-0000-1000-8000-00805F9B34FB");
+
 /// Between two attempts at a discovery that bluetoothd refused.
 constexpr std::chrono::seconds discoveryPause{2};
 
@@ -51,9 +53,8 @@ void BluezEngine::restore() {
   std::vector<PeripheralPtr> restored;
   for (const auto& [path, device] : objects_.devices()) {
     const auto& services = options_.restorableServices;
-    const bool ours = std::any_of(services.begin(), services.end(), [&](const Uuid& service) {
-      return std::find(device.uuids.begin(), device.uuids.end(), service) != device.uuids.end();
-    });
+    const bool ours = std::any_of(services.begin(), services.end(),
+                                  [&](const Uuid& service) { return device.offers(service); });
     if (!device.connected || !isOurs(device) || !ours) continue;
     const auto link = linkAt(path);
     if (link->isForeign()) continue;
@@ -178,21 +179,23 @@ void BluezEngine::sighted(const std::string& path) {
   if (!scan_) return;
   if (!link) {
     const bool wanted =
-        scan_->empty() || std::any_of(scan_->begin(), scan_->end(), [&](auto& uuid) {
-          return std::find(device->uuids.begin(), device->uuids.end(), uuid) != device->uuids.end();
-        });
+        scan_->empty() ||
+        std::any_of(scan_->begin(), scan_->end(), [&](auto& uuid) { return device->offers(uuid); });
     if (!wanted) return forget(path);
     link = linkAt(path);
   }
   if (isLookedFor(*link)) report(link);
 }
 
-/// Lets bluetoothd begin anew with a device that is there, but of which it knows no service: a link
-/// that ended before the services were resolved leaves it so, and advertising does not tell them
-/// again. Once in a scan, for others may advertise none.
+/// Lets bluetoothd begin anew with a device that is there, but of whose services it knows none or
+/// too few: an earlier link ended before they were resolved, or one went away during it, and
+/// advertising does not tell them again. Once in a scan, for others may advertise none.
 void BluezEngine::forget(const std::string& path) {
   const auto* device = objects_.device(path);
-  if (!device->rssi || !device->uuids.empty() || device->connected || device->paired) return;
+  if (!device->rssi || device->connected || device->paired) return;
+  // No device advertises that one: it was read over a link.
+  const bool wasLinked = device->offers(genericAttributeService);
+  if (!device->uuids.empty() && !wasLinked) return;
   if (!forgotten_.insert(path).second) return;
   bus_.call(
       adapter_, adapterInterface, "RemoveDevice",

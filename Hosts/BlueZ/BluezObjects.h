@@ -3,6 +3,7 @@
 #include <Hosts/BlueZ/BluezBus.h>
 #include <TandrellCore/Platform/CentralManager.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -26,6 +27,10 @@ struct BluezDevice {
   bool connected = false;
   bool servicesResolved = false;
   bool classic = false;  ///< known from classic Bluetooth, be it besides
+
+  bool offers(const Uuid& service) const {
+    return std::find(uuids.begin(), uuids.end(), service) != uuids.end();
+  }
 };
 
 struct BluezService {

@@ -215,15 +215,21 @@ TEST_F(BluezTest, LeavesADeviceToTheProgramThatListensToIt) {
   EXPECT_EQ(listener->next(), "discovered Communicator");
 }
 
-TEST_F(BluezTest, FindsADeviceOfWhichBluetoothdKnowsNoService) {
-  bluez->addDevice(false);
+TEST_F(BluezTest, FindsADeviceOfWhichBluetoothdKnowsTooFewServices) {
+  bluez->addDevice({"0000180f-0000-1000-8000-00805f9b34fb"});  // another one, which is let alone
   begin();
   EXPECT_EQ(listener->next(), "state poweredOn");
-  listener->ask([](Listener& self) { self.manager->scanForPeripherals(std::vector{service}); });
-  EXPECT_EQ(bluez->nextCall(), "RemoveDevice");
-  EXPECT_EQ(bluez->nextCall(), "SetDiscoveryFilter " + service.text());
-  EXPECT_EQ(bluez->nextCall(), "StartDiscovery");
+  scan();
   bluez->removeDevice();
+  const std::string genericAttribute = "00001801-0000-1000-8000-00805f9b34fb";
+  for (const auto& known : std::vector<std::vector<std::string>>{{}, {genericAttribute}}) {
+    bluez->addDevice(known);
+    EXPECT_EQ(bluez->nextCall(), "RemoveDevice");
+    bluez->removeDevice();
+    listener->ask([](Listener& self) { self.manager->stopScan(); });
+    EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+    scan();
+  }
   bluez->addDevice();
   EXPECT_EQ(listener->next(), "discovered Communicator");
 }

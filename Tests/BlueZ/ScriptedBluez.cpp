@@ -10,7 +10,6 @@ constexpr const char* adapter = "org.bluez.Adapter1";
 constexpr const char* device = "org.bluez.Device1";
 constexpr const char* service = "org.bluez.GattService1";
 constexpr const char* characteristic = "org.bluez.GattCharacteristic1";
-constexpr const char* serviceUuid = "569a1101-b87f-490c-92cb-11ba5ea5167c";
 using Options = std::map<std::string, sdbus::Variant>;
 
 }  // namespace
@@ -150,7 +149,7 @@ std::string ScriptedBluez::write(Data value, std::uint16_t mtu) try {
   return error.getMessage();
 }
 
-void ScriptedBluez::addDevice(bool withServices) {
+void ScriptedBluez::addDevice(std::vector<std::string> services) {
   auto& object = add(devicePath);
   for (const auto* method : {"Connect", "Disconnect"}) addMethod(object, device, method);
   const auto constant = [&](const char* name, auto value) {
@@ -159,8 +158,7 @@ void ScriptedBluez::addDevice(bool withServices) {
   constant("Address", std::string("00:AA:01:01:00:01"));
   constant("Name", std::string("Communicator"));
   constant("Adapter", sdbus::ObjectPath(adapterPath));
-  constant("UUIDs",
-           withServices ? std::vector<std::string>{serviceUuid} : std::vector<std::string>());
+  constant("UUIDs", std::move(services));
   addProperty(object, device, "RSSI", rssi_);
   addProperty(object, device, "Connected", connected_);
   addProperty(object, device, "ServicesResolved", resolved_);

@@ -22,6 +22,7 @@ namespace tandrell {
 class ScriptedBluez {
  public:
   static constexpr const char* adapterPath = "/org/bluez/hci0";
+  static constexpr const char* serviceUuid = "569a1101-b87f-490c-92cb-11ba5ea5167c";
   static constexpr const char* devicePath = "/org/bluez/hci0/dev_00_AA_01_01_00_01";
   static constexpr const char* servicePath = "/org/bluez/hci0/dev_00_AA_01_01_00_01/service000a";
   static constexpr const char* transmittingPath =
@@ -33,7 +34,7 @@ class ScriptedBluez {
   ~ScriptedBluez();
 
   // Its objects; what is not signalled is only there to be read.
-  void addDevice(bool withServices = true);
+  void addDevice(std::vector<std::string> services = {serviceUuid});
   bool hasDevice();
   void removeDevice();
   void addServices(bool signalled = true);

@@ -22,12 +22,24 @@ def check(condition, text):
         raise Unexpected(text)
 
 
+def property_call(method, path, *arguments):
+    return subprocess.run(["dbus-send", "--system", "--print-reply", "--dest=org.bluez",
+                           f"/org/bluez/{path}", f"org.freedesktop.DBus.Properties.{method}",
+                           *arguments], capture_output=True, text=True)
+
+
 def power(adapter, on):
-    call = subprocess.run(["dbus-send", "--system", "--print-reply", "--dest=org.bluez",
-                           f"/org/bluez/{adapter}", "org.freedesktop.DBus.Properties.Set",
-                           "string:org.bluez.Adapter1", "string:Powered",
-                           f"variant:boolean:{str(on).lower()}"], capture_output=True, text=True)
+    call = property_call("Set", adapter, "string:org.bluez.Adapter1", "string:Powered",
+                         f"variant:boolean:{str(on).lower()}")
     check(call.returncode == 0, f"{adapter} cannot be switched: {call.stderr.strip()}")
+
+
+def is_known(service):
+    """Whether bluetoothd knows this service of the device on hci1, as seen from hci0."""
+    call = property_call("Get", "hci0/dev_00_AA_01_01_00_01", "string:org.bluez.Device1",
+                         "string:UUIDs")
+    check(call.returncode == 0, f"no device: {call.stderr.strip()}")
+    return service in call.stdout
 
 
 def block(adapter, on):
@@ -110,6 +122,10 @@ class Program:
             raise Unexpected(f"no end in {limit} s") from None
         check(found == status, f"exit status {found}, not {status}")
 
+    def kill(self):
+        self.process.kill()
+        self.process.wait()
+
     def interrupt(self):
         self.process.send_signal(signal.SIGINT)
         self.wait_for_end(130)
@@ -118,6 +134,5 @@ class Program:
         return self
 
     def __exit__(self, *_):
-        self.process.kill()
-        self.process.wait()
+        self.kill()
         self.reader.join()
