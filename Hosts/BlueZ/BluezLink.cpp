@@ -142,6 +142,8 @@ void BluezLink::didUnlink(const std::optional<Error>& error) {
   ++connection_;
   discoveries_.clear();
   subscriptions_.clear();
+  subscribing_ = 0;
+  heldWrites_.clear();
   if (!isForeign()) {
     // A change that was signalled late must not be taken for the next connection's.
     host_.objects.change(
@@ -174,6 +176,16 @@ void BluezLink::askToEnd() {
                  });
   host_.bus.after(endLimit, onThisConnection([](auto& self) {
                     if (self.phase_ == Phase::ending) self.didEnd();
+                  }));
+}
+
+/// Ends a link that is of no use. For the application it is lost, and may be made again.
+void BluezLink::giveUp() {
+  host_.bus.call(path_, BluezObjects::deviceInterface, "Disconnect", {}, [](auto*, const auto&) {});
+  host_.bus.after(endLimit, onThisConnection([](auto& self) {
+                    if (self.phase_ == Phase::connected) {
+                      self.didUnlink(CentralError::peripheralDisconnected);
+                    }
                   }));
 }
 
@@ -275,6 +287,7 @@ void BluezLink::write(Data value, const GattCharacteristic& characteristic, Writ
   Write write{characteristicPath(characteristic), characteristic, std::move(value), type,
               std::move(delegate)};
   if (write.path.empty()) return tellWritten(write, CentralError::uuidNotAllowed);
+  if (subscribing_ > 0) return heldWrites_.push_back(std::move(write));
   submit(write);
 }
 

@@ -3,6 +3,7 @@
 #include <Hosts/BlueZ/BluezObjects.h>
 #include <Hosts/BlueZ/BluezOutbox.h>
 
+#include <cstddef>
 #include <deque>
 #include <functional>
 #include <map>
@@ -23,6 +24,9 @@ namespace tandrell {
 /// acquired. But where two programs are subscribed it signals each value twice to both, and nobody
 /// can tell that from two equal values: so a device belongs to the program that listens to it, and
 /// its link is not ended by another.
+///
+/// A write waits until the subscriptions that were asked for before it are answered: what the
+/// device says of it must not be missed. Without an answer to one, the link is ended.
 ///
 /// Owned by the engine; everything happens on the bus's thread.
 class BluezLink : public std::enable_shared_from_this<BluezLink> {
@@ -103,6 +107,7 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   void readServices();
   void didUnlink(const std::optional<Error>& error);
   void askToEnd();
+  void giveUp();
   void stopNotifying();
   void didEnd();
   void answer(const Discovery& discovery);
@@ -130,6 +135,8 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   std::vector<Discovery> discoveries_;
   std::map<std::string, Subscription> subscriptions_;
   std::set<std::string> subscribedBefore_;  // asked for, and not given up since
+  std::size_t subscribing_ = 0;             // answers that are outstanding
+  std::deque<Write> heldWrites_;            // until then
 };
 
 }  // namespace tandrell

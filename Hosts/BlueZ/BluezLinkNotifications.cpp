@@ -36,6 +36,7 @@ void BluezLink::setNotify(bool enabled, const GattCharacteristic& characteristic
 void BluezLink::subscribe(const std::string& path, const GattCharacteristic& characteristic,
                           bool enabled) {
   if (enabled) subscribedBefore_.insert(path);
+  ++subscribing_;
   host_.bus.call(
       path, BluezObjects::characteristicInterface, enabled ? "StartNotify" : "StopNotify", {},
       [weak = weak_from_this(), connection = connection_, path, characteristic, enabled](
@@ -49,6 +50,8 @@ void BluezLink::subscribe(const std::string& path, const GattCharacteristic& cha
 
 void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& characteristic,
                              bool enabled, const std::optional<Error>& error) {
+  // It may become a subscription all the same, and is this program's.
+  if (enabled && error && error->domain.ends_with(".NoReply")) return giveUp();
   auto& subscription = subscriptions_[path];
   const auto* known = host_.objects.characteristic(path);
   // Already subscribed, which bluetoothd may do by itself, is as good.
@@ -58,15 +61,15 @@ void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& 
   host_.outbox.tell(subscription.delegate, [characteristic, outcome](auto& delegate) {
     delegate.didUpdateNotificationState(characteristic, outcome);
   });
-  // Without a reply it may become a subscription all the same, and is this program's.
-  const bool unknown = error && error->domain.ends_with(".NoReply");
-  if (!enabled || (outcome && !unknown)) subscribedBefore_.erase(path);
   if (!enabled || outcome) {
+    subscribedBefore_.erase(path);
     subscriptions_.erase(path);
-    return;
+  } else {
+    subscription.established = true;
+    for (auto& value : std::exchange(subscription.early, {})) deliver(path, std::move(value));
   }
-  subscription.established = true;
-  for (auto& value : std::exchange(subscription.early, {})) deliver(path, std::move(value));
+  if (--subscribing_ > 0) return;
+  for (const auto& write : std::exchange(heldWrites_, {})) submit(write);
 }
 
 void BluezLink::didReceive(const std::string& characteristic, Data value) {

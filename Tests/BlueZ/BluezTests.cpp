@@ -272,6 +272,32 @@ TEST_F(BluezTest, DaemonThatDiesTakesTheConnectionAlong) {
   EXPECT_EQ(listener->next(), "discovered Communicator");
 }
 
+TEST_F(BluezTest, WritesOnlyOnceItListens) {
+  meet();
+  bluez->hold("StartNotify");
+  subscribe();
+  listener->ask([](Listener& self) {
+    self.peripheral->writeValue({1}, self.characteristics.at(1), WriteType::withResponse);
+  });
+  bluez->answer("StartNotify");
+  EXPECT_EQ(bluez->nextCall(), "WriteValue 1 request");
+  EXPECT_EQ(listener->next(), "subscribed nil");
+  EXPECT_EQ(listener->next(), "written nil");
+
+  // Whether bluetoothd will ever signal a value is not known without its answer.
+  bluez->fail("StartNotify", "org.freedesktop.DBus.Error.NoReply", "late");
+  bluez->hold("Disconnect");
+  listener->ask([](Listener& self) {
+    self.peripheral->setNotifyValue(true, self.characteristics.at(0));
+    self.peripheral->writeValue({2}, self.characteristics.at(1), WriteType::withResponse);
+  });
+  EXPECT_EQ(bluez->nextCall(), "StartNotify");
+  EXPECT_EQ(bluez->nextCall(), "Disconnect");
+  bluez->setConnected(false);
+  EXPECT_EQ(listener->next(), lost);
+  bluez->answer("Disconnect");
+}
+
 TEST_F(BluezTest, HandsOverWhatIsConnectedWhenItBegins) {
   bluez->addDevice();
   bluez->setConnected(true);

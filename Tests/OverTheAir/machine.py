@@ -1,16 +1,14 @@
-"""What a scenario has at hand in the machine: adapters, bluetoothd, and programs that run."""
+"""The machine: its adapters and bluetoothd."""
 
-import json
 import os
 import pathlib
-import queue
 import shutil
 import signal
 import subprocess
-import threading
 import time
 
 HERE = pathlib.Path(__file__).resolve().parent
+DEVICE = "hci0/dev_00_AA_01_01_00_01"  # hci1, as hci0 sees it
 
 
 class Unexpected(Exception):
@@ -22,22 +20,22 @@ def check(condition, text):
         raise Unexpected(text)
 
 
-def property_call(method, path, *arguments):
+def bus_call(path, member, *arguments):
     return subprocess.run(["dbus-send", "--system", "--print-reply", "--dest=org.bluez",
-                           f"/org/bluez/{path}", f"org.freedesktop.DBus.Properties.{method}",
-                           *arguments], capture_output=True, text=True)
+                           f"/org/bluez/{path}", member, *arguments],
+                          capture_output=True, text=True)
 
 
 def power(adapter, on):
-    call = property_call("Set", adapter, "string:org.bluez.Adapter1", "string:Powered",
-                         f"variant:boolean:{str(on).lower()}")
+    call = bus_call(adapter, "org.freedesktop.DBus.Properties.Set", "string:org.bluez.Adapter1",
+                    "string:Powered", f"variant:boolean:{str(on).lower()}")
     check(call.returncode == 0, f"{adapter} cannot be switched: {call.stderr.strip()}")
 
 
 def is_known(service):
-    """Whether bluetoothd knows this service of the device on hci1, as seen from hci0."""
-    call = property_call("Get", "hci0/dev_00_AA_01_01_00_01", "string:org.bluez.Device1",
-                         "string:UUIDs")
+    """Whether bluetoothd knows this service of the device."""
+    call = bus_call(DEVICE, "org.freedesktop.DBus.Properties.Get", "string:org.bluez.Device1",
+                    "string:UUIDs")
     check(call.returncode == 0, f"no device: {call.stderr.strip()}")
     return service in call.stdout
 
@@ -80,59 +78,3 @@ def begin_anew():
         shutil.rmtree(folder)
     start_bluetoothd()
     power("hci0", True)
-
-
-class Program:
-    """A program that runs until it ends or the `with` does; what it prints is kept in `told`."""
-    started = []
-
-    def __init__(self, *arguments):
-        self.name = " ".join(map(str, arguments))
-        self.told, self.lines = [], queue.Queue()
-        self.process = subprocess.Popen(arguments, text=True, stdout=subprocess.PIPE,
-                                        stderr=subprocess.STDOUT)
-        self.reader = threading.Thread(target=self._read, daemon=True)
-        self.reader.start()
-        Program.started.append(self)
-
-    def _read(self):
-        for line in self.process.stdout:
-            self.told.append(line)
-            self.lines.put(line)
-        self.lines.put("")
-
-    def wait_for(self, kind, limit=60, **fields):
-        """The next event of this kind with these fields; others are passed over."""
-        end = time.monotonic() + limit
-        line = None
-        while line != "":
-            try:
-                line = self.lines.get(timeout=max(0, end - time.monotonic()))
-            except queue.Empty:
-                break
-            event = json.loads(line) if line.startswith("{") else {}
-            if event.get("type") == kind and fields.items() <= event.items():
-                return event
-        raise Unexpected(f"no {kind} {fields} " + ("before the end" if line == "" else f"in {limit} s"))
-
-    def wait_for_end(self, status, limit=60):
-        try:
-            found = self.process.wait(limit)
-        except subprocess.TimeoutExpired:
-            raise Unexpected(f"no end in {limit} s") from None
-        check(found == status, f"exit status {found}, not {status}")
-
-    def kill(self):
-        self.process.kill()
-        self.process.wait()
-
-    def interrupt(self):
-        self.process.send_signal(signal.SIGINT)
-        self.wait_for_end(130)
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.kill()
-        self.reader.join()
