@@ -58,9 +58,10 @@ class TANDRELL_API DeviceUtil {
   /// Queues the parcel. Fulfilled with it once the device has acknowledged all its bytes (not when
   /// it is delivered: that arrives on `parcel`). Rejected with the write's error, or with
   /// `DeviceError::transferAborted` when the link is disconnected before its turn. Before the first
-  /// `toggleScan()` it waits for the connection. Tracking-session parcels that wait together are
-  /// merged into the first of them; the promises of the others stay pending, as does that of a
-  /// parcel that timed out.
+  /// `toggleScan()` it waits for the connection. The device may be given it more than once, always
+  /// with the same id: after a lost link, and on a late final report on an earlier parcel.
+  /// Tracking-session parcels that wait together are merged into the first of them; the promises of
+  /// the others stay pending, as does that of a parcel that timed out.
   virtual Promise<::Parcel> send(const ::Parcel& parcel) = 0;
 
   /// Without transmission the parcel is written at once, past the queue, the delivery book and the
