@@ -15,6 +15,9 @@ namespace tandrell {
 /// usual place is "tandrell" in the user's data directory.
 class SystemMachine final : public Machine {
  public:
+  /// Nothing of it runs on while the process ends.
+  ~SystemMachine() override { dispatcher_->end(); }
+
   Environment environment() const override { return environment_; }
   Result<std::shared_ptr<UserDefaults>> openStore(const std::string& directory) override;
   void startLog(const std::string& level) override;

@@ -66,5 +66,6 @@ int main() {
   Application application;
   sendAndStop(application, "At the hut, all well.");
   application.dispatcher->runMainQueue();  // the application's main loop
+  application.dispatcher->end();           // no block of the library runs on while the process ends
   return application.delivered ? 0 : 1;
 }

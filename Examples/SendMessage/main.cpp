@@ -46,5 +46,6 @@ int main() {
       .onError(fail);
 
   dispatcher->runMainQueue();  // the application's main loop
+  dispatcher->end();           // no block of the library runs on while the process ends
   return delivered ? 0 : 1;
 }

@@ -72,14 +72,16 @@ std::size_t SystemDispatcher::defaultThreads() {
 
 SystemDispatcher::SystemDispatcher(std::size_t threads)
     : impl_(std::make_unique<Impl>(std::max<std::size_t>(threads, 1))) {
-  impl_->group->add(impl_->main);
+  impl_->group->admit(impl_->main);
   for (std::size_t i = 0; i < impl_->group->threads; ++i) {
     impl_->threads.emplace_back([group = impl_->group]() noexcept { group->context.run(); });
   }
 }
 
-SystemDispatcher::~SystemDispatcher() {
-  const auto queues = impl_->group->queues();
+SystemDispatcher::~SystemDispatcher() { end(); }
+
+void SystemDispatcher::end() {
+  const auto queues = impl_->group->close();
   for (const auto& queue : queues) queue->close();
   impl_->group->context.stop();
   for (const auto& queue : queues) queue->waitUntilIdle();
@@ -88,11 +90,12 @@ SystemDispatcher::~SystemDispatcher() {
     // the context alive.
     thread.get_id() == std::this_thread::get_id() ? thread.detach() : thread.join();
   }
+  impl_->threads.clear();
 }
 
 QueuePtr SystemDispatcher::makeQueue(std::string label, QualityOfService, QueueKind kind) {
   auto queue = std::make_shared<SystemQueue>(std::move(label), kind, impl_->group);
-  impl_->group->add(queue);
+  if (!impl_->group->admit(queue)) queue->close();
   return queue;
 }
 

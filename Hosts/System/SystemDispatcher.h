@@ -24,9 +24,8 @@ namespace tandrell {
 ///   caller, which then gets it.
 /// - The quality of service of a queue has no effect.
 ///
-/// Destroying it closes its queues, waits for the blocks that run on other threads and ends the
-/// pool. It may be destroyed by a block of its own; then no other running block may wait for that
-/// one. A `sync` that waits runs at once; queue handles that are left run `sync` blocks still.
+/// Call `end()` before `main` returns: to let go of it is not enough, for a block that is running may
+/// hold the last handle to it, and would run on while the process takes its libraries down.
 class TANDRELL_API SystemDispatcher final : public Dispatcher {
  public:
   /// Two threads at least, since a long block must not hold up every timer; four at most, since
@@ -35,6 +34,7 @@ class TANDRELL_API SystemDispatcher final : public Dispatcher {
 
   /// `threads`: the size of the pool, at least 1.
   explicit SystemDispatcher(std::size_t threads = defaultThreads());
+  /// Ends it, where that was not done.
   ~SystemDispatcher() override;
   SystemDispatcher(const SystemDispatcher&) = delete;
   SystemDispatcher& operator=(const SystemDispatcher&) = delete;
@@ -53,6 +53,13 @@ class TANDRELL_API SystemDispatcher final : public Dispatcher {
   /// Lets `runMainQueue()` return after the block that is running; what has not begun stays queued.
   /// Without such a call under way, the next one returns at once.
   void stopMainQueue();
+
+  /// Closes all queues, waits for the blocks that run on other threads and ends the pool. What has
+  /// not begun is dropped, what is submitted later too; a `sync` that waits runs at once, and a later
+  /// one runs its block still. May be called, as may the destructor, in a block of its own; then no
+  /// other running block may wait for that one, and its thread ends with it. Not from two threads at
+  /// once. A later call does nothing.
+  void end();
 
  private:
   struct Impl;

@@ -18,9 +18,10 @@ thread_local std::vector<const SystemQueue*> runningHere;
 
 }  // namespace
 
-void QueueGroup::add(const std::shared_ptr<SystemQueue>& queue) {
+bool QueueGroup::admit(const std::shared_ptr<SystemQueue>& queue) {
   const std::lock_guard lock(mutex_);
-  queues_.emplace(queue.get(), queue);
+  if (!closed_) queues_.emplace(queue.get(), queue);
+  return !closed_;
 }
 
 void QueueGroup::forget(const SystemQueue* queue) {
@@ -28,9 +29,10 @@ void QueueGroup::forget(const SystemQueue* queue) {
   queues_.erase(queue);
 }
 
-std::vector<std::shared_ptr<SystemQueue>> QueueGroup::queues() const {
+std::vector<std::shared_ptr<SystemQueue>> QueueGroup::close() {
   std::vector<std::shared_ptr<SystemQueue>> alive;
   const std::lock_guard lock(mutex_);
+  closed_ = true;
   for (const auto& [address, weak] : queues_) {
     if (auto queue = weak.lock()) alive.push_back(std::move(queue));
   }

@@ -28,15 +28,18 @@ class QueueGroup {
  public:
   explicit QueueGroup(std::size_t threads) : threads(threads) {}
 
-  void add(const std::shared_ptr<SystemQueue>& queue);
+  /// Returns false, and does nothing, once the group is closed.
+  bool admit(const std::shared_ptr<SystemQueue>& queue);
   void forget(const SystemQueue* queue);
-  std::vector<std::shared_ptr<SystemQueue>> queues() const;
+  /// Admits no more; returns those that it has.
+  std::vector<std::shared_ptr<SystemQueue>> close();
 
   asio::io_context context;
   const std::size_t threads;
 
  private:
-  mutable std::mutex mutex_;
+  std::mutex mutex_;
+  bool closed_ = false;
   std::map<const SystemQueue*, std::weak_ptr<SystemQueue>> queues_;
 };
 

@@ -131,6 +131,27 @@ TEST(SystemDispatcher, EndLetsWaitingCallsReturn) {
   caller.join();
 }
 
+TEST(SystemDispatcher, EndWaitsForABlockThatHoldsAHandle) {
+  const auto dispatcher = std::make_shared<SystemDispatcher>(2);
+  std::latch begun(1);
+  std::atomic<bool> done = false;
+  makeQueue(*dispatcher)->async([&begun, &done, dispatcher] {
+    begun.count_down();
+    dispatcher->mainQueue()->sync([] {});  // until the end: nobody ever runs the main queue
+    done = true;
+  });
+  begun.wait();
+  dispatcher->end();
+  EXPECT_TRUE(done);
+  EXPECT_EQ(dispatcher.use_count(), 1);
+
+  const auto dropped = std::make_shared<int>();
+  const auto late = makeQueue(*dispatcher);
+  late->async([dropped] { FAIL() << "began after the end"; });
+  EXPECT_EQ(dropped.use_count(), 1);
+  EXPECT_EQ(late->sync([] { return 3; }), 3);
+}
+
 TEST(SystemDispatcher, LastHandleMayGoInABlockOfItsOwn) {
   std::vector<std::future<void>> ends;
   for (int i = 0; i < 20; ++i) {
