@@ -54,6 +54,10 @@ struct BluezOptions {
 /// from the beginning, without an adapter or without a bus the state is `unsupported`; where the
 /// bus refuses, `unauthorized`; with the adapter switched off or blocked, `poweredOff`.
 ///
+/// The thread ends with its manager, which has to be before `main` returns: the library for the bus
+/// is taken down then. A process that uses the default central, which is never destroyed, ends with
+/// `std::quick_exit`; nothing is lost, for the preferences are durable at any time.
+///
 /// A device belongs to the program that listens to its notifications: while there is one, others on
 /// this machine do not find it, and a subscription that comes too late fails with `otherListener`.
 ///
