@@ -18,6 +18,8 @@ constexpr seconds busyPause{1};
 constexpr seconds endLimit{6};
 /// Within it a lost link is told of; a write that failed without a clear reason waits for that.
 constexpr seconds settling{3};
+/// A device that is always at odds with what it shows is not to be forgotten all the time.
+constexpr seconds anewPause{60};
 /// Another client is writing to the characteristic: bluetoothd takes one write at a time.
 constexpr milliseconds writePause{50};
 constexpr seconds longestWriteWait{5};
@@ -189,6 +191,22 @@ void BluezLink::giveUp() {
                   }));
 }
 
+/// Ends a link over which bluetoothd shows other services than the device has, and has it forget
+/// them: it missed a change, and keeps to them on the next link too. Returns whether it does; for a
+/// paired device, or twice in a short time, it does not.
+bool BluezLink::beginAnew() {
+  const auto* device = host_.objects.device(path_);
+  if (!device || device->paired || std::exchange(begunAnew_, true)) return false;
+  host_.bus.call(
+      device->adapter, BluezObjects::adapterInterface, "RemoveDevice",
+      [this](auto& call) { call << sdbus::ObjectPath(path_); },
+      [again = onThisConnection([](auto& self) { self.giveUp(); })](auto*, const auto&) { again(); });
+  host_.bus.after(anewPause, [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->begunAnew_ = false;
+  });
+  return true;
+}
+
 void BluezLink::didEnd() {
   didUnlink(std::nullopt);
   if (std::exchange(wanted_, false)) connect();
@@ -247,6 +265,9 @@ void BluezLink::answer(const Discovery& discovery) {
     const bool asked = std::find(wanted.begin(), wanted.end(), service.uuid) != wanted.end();
     if (asked || wanted.empty()) found.push_back(service);
   }
+  const auto promised = [this](const Uuid& service) { return services_.contains(service); };
+  const bool missing = found.empty() && std::ranges::any_of(discovery.services, promised);
+  if (missing && beginAnew()) return;
   host_.outbox.tell(discovery.delegate, [found = std::move(found)](auto& delegate) {
     delegate.didDiscoverServices(found, std::nullopt);
   });

@@ -108,6 +108,7 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   void didUnlink(const std::optional<Error>& error);
   void askToEnd();
   void giveUp();
+  bool beginAnew();
   void stopNotifying();
   void didEnd();
   void answer(const Discovery& discovery);
@@ -130,6 +131,7 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   std::uint64_t connection_ = 0;  // counts their beginnings and ends
   bool calling_ = false;          // a call of Connect is under way
   bool wanted_ = false;           // to be connected to again once it has ended
+  bool begunAnew_ = false;        // not long ago
   bool wasConnected_ = false;
   std::set<Uuid> services_;
   std::vector<Discovery> discoveries_;

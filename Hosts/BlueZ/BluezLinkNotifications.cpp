@@ -13,6 +13,9 @@ namespace {
 /// new link mends that.
 constexpr std::chrono::seconds subscribeLimit{8};
 
+/// The device knows no such attribute: "invalid handle".
+bool isStale(const Error& error) { return error.domain == "CBATTErrorDomain" && error.code == 0x01; }
+
 }  // namespace
 
 void BluezLink::setNotify(bool enabled, const GattCharacteristic& characteristic,
@@ -58,6 +61,7 @@ void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& 
   const bool already =
       error && enabled && failureOf(*error) == BluezFailure::busy && known && known->notifying;
   const auto outcome = error && !already ? std::optional(platformError(*error)) : std::nullopt;
+  if (enabled && outcome && isStale(*outcome) && beginAnew()) return;
   host_.outbox.tell(subscription.delegate, [characteristic, outcome](auto& delegate) {
     delegate.didUpdateNotificationState(characteristic, outcome);
   });

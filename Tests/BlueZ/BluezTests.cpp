@@ -45,13 +45,17 @@ class BluezTest : public testing::Test {
     discover();
     connect();
     EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+    reach();
+    subscribe();
+    EXPECT_EQ(listener->next(), "subscribed nil");
+  }
+
+  void reach() {
     EXPECT_EQ(bluez->nextCall(), "Connect");
     EXPECT_EQ(listener->next(), "connected");
     bluez->addServices();
     bluez->setResolved(true);
     findCharacteristics();
-    subscribe();
-    EXPECT_EQ(listener->next(), "subscribed nil");
   }
 
   void findCharacteristics() {
@@ -232,6 +236,43 @@ TEST_F(BluezTest, FindsADeviceOfWhichBluetoothdKnowsTooFewServices) {
   }
   bluez->addDevice();
   EXPECT_EQ(listener->next(), "discovered Communicator");
+}
+
+TEST_F(BluezTest, HasServicesForgottenThatAreNoMore) {
+  const auto fail = [this] {
+    bluez->fail("StartNotify", "org.bluez.Error.Failed", "Operation failed with ATT error: 0x01");
+    subscribe();
+  };
+  discover();
+  connect();
+  EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+  reach();
+  fail();
+  EXPECT_EQ(bluez->nextCall(), "RemoveDevice");
+  EXPECT_EQ(bluez->nextCall(), "Disconnect");  // in case that nothing came of it
+  bluez->removeDevice();
+  EXPECT_EQ(listener->next(), lost);
+
+  bluez->setResolved(false, false);
+  connect();  // which looks for it
+  EXPECT_EQ(bluez->nextCall(), "SetDiscoveryFilter " + service.text());
+  EXPECT_EQ(bluez->nextCall(), "StartDiscovery");
+  bluez->addDevice();
+  EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+  reach();
+  fail();  // not again so soon
+  EXPECT_EQ(listener->next(), "subscribed CBATTErrorDomain 1 (Operation failed with ATT error: 0x01)");
+}
+
+TEST_F(BluezTest, HasADeviceForgottenThatLacksWhatItAdvertised) {
+  discover();
+  connect();
+  EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+  EXPECT_EQ(bluez->nextCall(), "Connect");
+  EXPECT_EQ(listener->next(), "connected");
+  bluez->setResolved(true);
+  listener->ask([](Listener& self) { self.peripheral->discoverServices(std::vector{service}); });
+  EXPECT_EQ(bluez->nextCall(), "RemoveDevice");
 }
 
 TEST_F(BluezTest, AttemptGoesOnUntilTheDeviceIsThereOrItIsCancelled) {

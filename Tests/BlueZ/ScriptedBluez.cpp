@@ -63,9 +63,11 @@ ScriptedBluez::ScriptedBluez(const std::string& address, bool powered)
 ScriptedBluez::~ScriptedBluez() { connection_->leaveEventLoop(); }
 
 sdbus::IObject& ScriptedBluez::add(const std::string& path) {
-  auto made = sdbus::createObject(*connection_, path);
+  auto object = sdbus::createObject(*connection_, path);
   const std::lock_guard lock(mutex_);
-  return *(objects_[path] = std::move(made));
+  auto& place = objects_[path];
+  place.swap(object);  // one that was there goes last, for that takes the bus's own lock
+  return *place;
 }
 
 sdbus::IObject& ScriptedBluez::object(const std::string& path) {
