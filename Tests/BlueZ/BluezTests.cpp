@@ -41,10 +41,14 @@ class BluezTest : public testing::Test {
     });
   }
 
-  void meet() {
+  void beginToConnect() {
     discover();
     connect();
     EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+  }
+
+  void meet() {
+    beginToConnect();
     reach();
     subscribe();
     EXPECT_EQ(listener->next(), "subscribed nil");
@@ -243,9 +247,7 @@ TEST_F(BluezTest, HasServicesForgottenThatAreNoMore) {
     bluez->fail("StartNotify", "org.bluez.Error.Failed", "Operation failed with ATT error: 0x01");
     subscribe();
   };
-  discover();
-  connect();
-  EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+  beginToConnect();
   reach();
   fail();
   EXPECT_EQ(bluez->nextCall(), "RemoveDevice");
@@ -265,9 +267,7 @@ TEST_F(BluezTest, HasServicesForgottenThatAreNoMore) {
 }
 
 TEST_F(BluezTest, HasADeviceForgottenThatLacksWhatItAdvertised) {
-  discover();
-  connect();
-  EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+  beginToConnect();
   EXPECT_EQ(bluez->nextCall(), "Connect");
   EXPECT_EQ(listener->next(), "connected");
   bluez->setResolved(true);
