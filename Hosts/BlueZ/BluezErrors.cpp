@@ -40,7 +40,8 @@ BluezFailure failureOf(const Error& error) {
   }
   if (isOneOf(error.domain, {".InProgress"})) return BluezFailure::busy;
   if (isOneOf(error.domain, {".AlreadyConnected"})) return BluezFailure::connectedYet;
-  if (contains(error.text, "abort-by-local") || isOneOf(error.domain, {".NoReply"})) {
+  if (contains(error.text, "abort-by-local") || contains(error.text, "connection-canceled") ||
+      isOneOf(error.domain, {".NoReply"})) {
     return BluezFailure::outOfReach;
   }
   const auto code = attCode(error);

@@ -13,7 +13,7 @@ enum class BluezFailure {
   busy,          ///< something of the kind is under way; worth another attempt
   unknown,       ///< the object is not there any more
   connectedYet,  ///< there is a link already
-  outOfReach,    ///< bluetoothd gave up waiting for the device
+  outOfReach,    ///< bluetoothd stopped waiting for the device, by itself or for another client
   unclear        ///< perhaps the link is gone; what follows on the bus tells
 };
 BluezFailure failureOf(const Error& error);
