@@ -200,7 +200,9 @@ bool BluezLink::beginAnew() {
   host_.bus.call(
       device->adapter, BluezObjects::adapterInterface, "RemoveDevice",
       [this](auto& call) { call << sdbus::ObjectPath(path_); },
-      [again = onThisConnection([](auto& self) { self.giveUp(); })](auto*, const auto&) { again(); });
+      [again = onThisConnection([](auto& self) { self.giveUp(); })](auto*, const auto&) {
+        again();
+      });
   host_.bus.after(anewPause, [weak = weak_from_this()] {
     if (const auto self = weak.lock()) self->begunAnew_ = false;
   });

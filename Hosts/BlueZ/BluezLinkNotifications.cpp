@@ -14,7 +14,9 @@ namespace {
 constexpr std::chrono::seconds subscribeLimit{8};
 
 /// The device knows no such attribute: "invalid handle".
-bool isStale(const Error& error) { return error.domain == "CBATTErrorDomain" && error.code == 0x01; }
+bool isStale(const Error& error) {
+  return error.domain == "CBATTErrorDomain" && error.code == 0x01;
+}
 
 }  // namespace
 

@@ -24,8 +24,8 @@ namespace tandrell {
 ///   caller, which then gets it.
 /// - The quality of service of a queue has no effect.
 ///
-/// Call `end()` before `main` returns: to let go of it is not enough, for a block that is running may
-/// hold the last handle to it, and would run on while the process takes its libraries down.
+/// Call `end()` before `main` returns: to let go of it is not enough, for a block that is running
+/// may hold the last handle to it, and would run on while the process takes its libraries down.
 class TANDRELL_API SystemDispatcher final : public Dispatcher {
  public:
   /// Two threads at least, since a long block must not hold up every timer; four at most, since
@@ -55,10 +55,10 @@ class TANDRELL_API SystemDispatcher final : public Dispatcher {
   void stopMainQueue();
 
   /// Closes all queues, waits for the blocks that run on other threads and ends the pool. What has
-  /// not begun is dropped, what is submitted later too; a `sync` that waits runs at once, and a later
-  /// one runs its block still. May be called, as may the destructor, in a block of its own; then no
-  /// other running block may wait for that one, and its thread ends with it. Not from two threads at
-  /// once. A later call does nothing.
+  /// not begun is dropped, what is submitted later too; a `sync` that waits runs at once, and a
+  /// later one runs its block still. May be called, as may the destructor, in a block of its own;
+  /// then no other running block may wait for that one, and its thread ends with it. Not from two
+  /// threads at once. A later call does nothing.
   void end();
 
  private:

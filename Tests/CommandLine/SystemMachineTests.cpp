@@ -14,8 +14,8 @@ TEST(SystemMachine, NothingOfItRunsOnAfterItsEnd) {
   {
     SystemMachine machine;
     const auto environment = machine.environment();
-    const auto queue = environment.dispatcher->makeQueue("engine", QualityOfService::standard,
-                                                         QueueKind::serial);
+    const auto queue =
+        environment.dispatcher->makeQueue("engine", QualityOfService::standard, QueueKind::serial);
     queue->async([&begun, &done, environment] {  // all of the library's objects hold one
       begun.count_down();
       environment.mainQueue()->sync([] {});  // until the end: nobody ever runs the main queue
