@@ -56,6 +56,7 @@ void CentralContract::subscribe() {
   application->ask(
       [](Listener& self) { self.peripheral->setNotifyValue(true, characteristic(self, false)); });
   expect("subscribed nil");
+  world->awaitSubscription();
 }
 
 void CentralContract::write(std::uint8_t value) {

@@ -27,6 +27,8 @@ class CentralWorld {
 
   // The device.
   virtual void setInRange(bool inRange) = 0;  ///< out of range, it loses a link
+  /// Returns when the device knows that it is subscribed to; its central was told so.
+  virtual void awaitSubscription() {}
   virtual void notify(Data value) = 0;
   virtual Data written() = 0;  ///< all bytes that reached it
 };
