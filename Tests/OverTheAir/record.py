@@ -4,7 +4,8 @@ import struct
 
 RECORD = "/out/hci.btsnoop"
 EPOCH = 0x00dcddb30f2f8000  # 1970 in its microseconds
-SENT, RECEIVED = 4, 5  # kinds of packets: over the air, from this adapter and to it
+EVENT = 3              # kinds of packets: from the controller
+SENT, RECEIVED = 4, 5  # over the air, from this adapter and to it
 ATTRIBUTES = 4         # the fixed channel of the attribute protocol
 
 
@@ -19,6 +20,13 @@ def packets(since):
         if seconds >= since:
             yield seconds, flags >> 16, flags & 0xffff, data[at + 24:at + 24 + size]
         at += 24 + size
+
+
+def has_failed_attempt(since):
+    """Whether a controller said of an attempt to connect that it "failed to be established"."""
+    failure = b"\x3e", b"\x01\x3e"  # the event that a connection is complete, with that status
+    return any(kind == EVENT and (packet[:1], packet[2:4]) == failure
+               for _, _, kind, packet in packets(since))
 
 
 def attribute_packets(since, adapter=0):
