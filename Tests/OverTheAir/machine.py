@@ -27,8 +27,14 @@ def bus_call(path, member, *arguments):
 
 
 def power(adapter, on):
-    call = bus_call(adapter, "org.freedesktop.DBus.Properties.Set", "string:org.bluez.Adapter1",
-                    "string:Powered", f"variant:boolean:{str(on).lower()}")
+    """Switches it, as soon as bluetoothd is done with what it does itself after a block."""
+    end = time.monotonic() + 10
+    while True:
+        call = bus_call(adapter, "org.freedesktop.DBus.Properties.Set", "string:org.bluez.Adapter1",
+                        "string:Powered", f"variant:boolean:{str(on).lower()}")
+        if "org.bluez.Error.Busy" not in call.stderr or time.monotonic() > end:
+            break
+        time.sleep(0.1)
     check(call.returncode == 0, f"{adapter} cannot be switched: {call.stderr.strip()}")
 
 
