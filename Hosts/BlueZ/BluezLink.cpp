@@ -204,7 +204,10 @@ bool BluezLink::beginAnew() {
         again();
       });
   host_.bus.after(anewPause, [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->begunAnew_ = false;
+    const auto self = weak.lock();
+    if (!self) return;
+    self->begunAnew_ = false;
+    self->didResolveServices();
   });
   return true;
 }
@@ -249,7 +252,8 @@ void BluezLink::readServices() {
       "/", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", {},
       [weak = weak_from_this(), connection = connection_](sdbus::MethodReply* reply, const auto&) {
         const auto self = weak.lock();
-        if (!reply || !self || self->connection_ != connection) return;
+        if (!self || self->connection_ != connection) return;
+        if (!reply) return self->giveUp();
         std::map<sdbus::ObjectPath, BluezInterfaces> objects;
         *reply >> objects;
         for (const auto& [path, interfaces] : objects) {
@@ -270,6 +274,9 @@ void BluezLink::answer(const Discovery& discovery) {
   const auto promised = [this](const Uuid& service) { return services_.contains(service); };
   const bool missing = found.empty() && std::ranges::any_of(discovery.services, promised);
   if (missing && beginAnew()) return;
+  // They may still come, or the device may be forgotten once more; to say that there are none
+  // would leave it connected in silence.
+  if (missing && begunAnew_) return discoveries_.push_back(discovery);
   host_.outbox.tell(discovery.delegate, [found = std::move(found)](auto& delegate) {
     delegate.didDiscoverServices(found, std::nullopt);
   });

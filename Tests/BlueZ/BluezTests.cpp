@@ -268,12 +268,28 @@ TEST_F(BluezTest, HasServicesForgottenThatAreNoMore) {
 }
 
 TEST_F(BluezTest, HasADeviceForgottenThatLacksWhatItAdvertised) {
+  const auto resolve = [this] {
+    EXPECT_EQ(bluez->nextCall(), "Connect");
+    EXPECT_EQ(listener->next(), "connected");
+    listener->ask([](Listener& self) { self.peripheral->discoverServices(std::vector{service}); });
+    bluez->setResolved(true);
+  };
   beginToConnect();
-  EXPECT_EQ(bluez->nextCall(), "Connect");
-  EXPECT_EQ(listener->next(), "connected");
-  bluez->setResolved(true);
-  listener->ask([](Listener& self) { self.peripheral->discoverServices(std::vector{service}); });
+  resolve();
   EXPECT_EQ(bluez->nextCall(), "RemoveDevice");
+  EXPECT_EQ(bluez->nextCall(), "Disconnect");
+  bluez->setConnected(false);
+  EXPECT_EQ(listener->next(), lost);
+
+  connect();
+  resolve();  // not again so soon: what may come is waited for
+  scan();
+  EXPECT_EQ(listener->next(), "discovered Communicator");
+  listener->ask([](Listener& self) { self.manager->stopScan(); });
+  EXPECT_EQ(bluez->nextCall(), "StopDiscovery");  // by now none was found
+  bluez->addServices(false);
+  bluez->setResolved(true);
+  EXPECT_EQ(listener->next(), "services 1");
 }
 
 TEST_F(BluezTest, AttemptGoesOnUntilTheDeviceIsThereOrItIsCancelled) {
