@@ -62,9 +62,10 @@ Promise<Data> BleSessionImpl::writeData(const Uuid& charUUID, Data data) {
     return Promise<Data>::rejected(environment_.mainQueue(), BleError::peripheralNotFound);
   }
   Promise<Data> written(environment_.mainQueue());
-  delegate->centralQueue()->asyncBarrier([self = shared_from_this(), charUUID,
-                                          data = std::move(data),
-                                          written] { self->queueWrite(charUUID, data, written); });
+  delegate->centralQueue()->asyncBarrier(
+      [self = shared_from_this(), delegate, charUUID, data = std::move(data), written] {
+        self->queueWrite(charUUID, data, written);
+      });
   return written;
 }
 
@@ -80,12 +81,16 @@ void BleSessionImpl::queueWrite(const Uuid& charUUID, const Data& data,
 
 void BleSessionImpl::startWrite(const Uuid& charUUID, const Data& data,
                                 const Promise<Data>& promise) {
+  // The queue starts a task again also where nothing was cut off, or its outcome is known by now.
+  const bool underWay = attempt_ && attempt_->isPending();
+  if (underWay || !promise.isPending()) return;
   log.debug("writeData(_:data:)", [] { return "writeData: task start"; });
   const auto delegate = delegate_.lock();
   if (!delegate) fatalError("writeData: delegate nil");
   // A promise of its own for every attempt: what is left of an earlier one cannot settle this one.
   Promise<Data> attempt(environment_.mainQueue());
   attempt.forwardTo(promise);
+  attempt_ = attempt;
   delegate->writeData(serviceUUID_, charUUID, data, attempt);
 }
 
@@ -160,6 +165,7 @@ void BleSessionImpl::didPause(const Uuid& peripheralId) {
                        peripheralId.text());
   });
   connected_ = false;
+  attempt_.reset();
   eventDidOccur(BlePauseEvent{});
   if (const auto delegate = delegate_.lock()) {
     startDisconnectTimer(delegate->centralQueue(), peripheralId);
@@ -209,6 +215,7 @@ void BleSessionImpl::eventDidOccur(const BleEvent& event) {
 void BleSessionImpl::addCachedEvent(const BleEvent& event) { cachedEvents_.push_back(event); }
 
 void BleSessionImpl::handleTermination(const Error& taskError) {
+  attempt_.reset();
   writeTaskQueue().clear(taskError);
   notifiedOfDiscovery_ = false;
   // Data that arrived before there was a handler is never lost; what was said of the link is stale.
@@ -223,10 +230,12 @@ void BleSessionImpl::handleTermination(const Error& taskError) {
 }
 
 void BleSessionImpl::startDisconnectTimer(const QueuePtr& queue, const Uuid& peripheralId) {
+  // A link that fails again before the service was usable has not come back: the time counts from
+  // the first drop, or a device at the edge of reach would never be given up.
+  if (disconnectTimerWorkItem_) return;
   log.debug("startDisconnectTimer(queue:peripheralId:)", [&] {
     return fmt::format("startDisconnectTimer: timer started; serviceId={}", serviceUUID_.text());
   });
-  if (disconnectTimerWorkItem_) disconnectTimerWorkItem_->cancel();
   disconnectTimerWorkItem_ = queue->asyncBarrierAfter(
       Duration(reconnectDuration_.load()), [weak = weak_from_this(), peripheralId] {
         if (const auto self = weak.lock()) self->disconnectTimerDidFire(peripheralId);

@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -74,6 +75,7 @@ class BleSessionImpl final : public BleSession,
   std::vector<BleEvent> cachedEvents_;
   bool notifiedOfDiscovery_ = false;
   std::shared_ptr<TaskQueue<Data>> writeTaskQueue_;
+  std::optional<Promise<Data>> attempt_;  // at the active write, on this connection
   std::atomic<bool> scanning_ = false;
   std::atomic<bool> connected_ = false;
   std::atomic<bool> isTerminated_ = false;

@@ -37,7 +37,7 @@ class TANDRELL_API DeviceUtil {
   /// Every parcel that arrives or whose delivery status changes, the link's own error reports
   /// included (see `errorWaitingParcels`). A parcel of which the device has said nothing for more
   /// than 90 seconds is reported in error by the time-out run, 30 seconds after a connection that
-  /// found pending parcels; there is one run for each connection.
+  /// found pending parcels. After a run there is none until the link has paused or disconnected.
   virtual Observable<::Parcel>& parcel() = 0;
   virtual ObservableValue<DeviceActivityState>& activityState() = 0;
   /// The settings that the device last reported.

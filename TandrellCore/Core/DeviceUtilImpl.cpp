@@ -62,13 +62,9 @@ Promise<DeviceConnectionState> DeviceUtilImpl::makePendingScanPromise() {
   return pendingScanPromise_.emplace(environment_.mainQueue());
 }
 
-void DeviceUtilImpl::settlePendingScanPromise(Result<DeviceConnectionState> outcome) {
-  std::optional<Promise<DeviceConnectionState>> pending;
-  {
-    const std::lock_guard lock(mutex_);
-    pending = pendingScanPromise_;
-  }
-  if (pending) pending->settle(std::move(outcome));
+DeviceUtilImpl::ScanPromise DeviceUtilImpl::pendingScanPromise() const {
+  const std::lock_guard lock(mutex_);
+  return pendingScanPromise_;
 }
 
 Promise<DeviceConnectionState> DeviceUtilImpl::toggleScan() {
@@ -117,11 +113,13 @@ void DeviceUtilImpl::disconnect() {
 
 void DeviceUtilImpl::handle(const BleEvent& event) {
   using State = DeviceConnectionState;
-  std::visit(Overloaded{[&](const BleConnectEvent&) { didConnect(); },
+  // The promise of now: an observer of the state may scan again before it is settled.
+  const auto pending = pendingScanPromise();
+  std::visit(Overloaded{[&](const BleConnectEvent&) { didConnect(pending); },
                         [&](const BleDisconnectEvent&) {
                           connectionState_.publish(State::disconnected);
                           reset();
-                          settlePendingScanPromise(Result<State>::success(State::disconnected));
+                          if (pending) pending->fulfill(State::disconnected);
                         },
                         [&](const BlePauseEvent&) {
                           connectionState_.publish(State::scanning);
@@ -134,7 +132,9 @@ void DeviceUtilImpl::handle(const BleEvent& event) {
                         },
                         [&](const BleErrorEvent& failed) {
                           connectionState_.publish(State::disconnected);
-                          settlePendingScanPromise(Result<State>::error(failed.error));
+                          // Not every platform says of each link that it went with the radio.
+                          if (commandParser_) commandParser_->reset();
+                          if (pending) pending->reject(failed.error);
                         },
                         [&](const BleWriteErrorEvent& failed) {
                           if (failed.error != BleWriteError::expiredUUID) return;
@@ -147,17 +147,16 @@ void DeviceUtilImpl::handle(const BleEvent& event) {
              event);
 }
 
-void DeviceUtilImpl::didConnect() {
-  using State = DeviceConnectionState;
-  connectionState_.publish(State::connected);
-  onTaskStore([](DeviceUtilImpl& self) {
+void DeviceUtilImpl::didConnect(const ScanPromise& scan) {
+  connectionState_.publish(DeviceConnectionState::connected);
+  onTaskStore([scan](DeviceUtilImpl& self) {
     const auto pending = self.pendingParcels_->value();
     if (pending && !pending->empty()) self.startPendingParcelsTimer();
     if (self.activityState_.value() == DeviceActivityState::disconnected) {
       self.activityState_.publish(DeviceActivityState::listening);
     }
     self.initialTrackingState_.publish(DeviceTrackingState::disabled);
-    self.settlePendingScanPromise(Result<State>::success(State::connected));
+    if (scan) scan->fulfill(DeviceConnectionState::connected);
     if (self.taskSafe_.waitsForSession) self.startNextTask();
   });
 }

@@ -57,6 +57,7 @@ class DeviceUtilImpl final : public DeviceUtil,
   static constexpr std::chrono::milliseconds ResetConnectionDelay{100};
 
   struct ParserDelegate;
+  using ScanPromise = std::optional<Promise<DeviceConnectionState>>;
 
   /// Submits a barrier block on the task store's queue.
   void onTaskStore(std::function<void(DeviceUtilImpl&)> block);
@@ -65,12 +66,12 @@ class DeviceUtilImpl final : public DeviceUtil,
   std::shared_ptr<BleSession> session() const;
   bool adopt(const std::shared_ptr<BleSession>& session);
   Promise<DeviceConnectionState> makePendingScanPromise();
-  void settlePendingScanPromise(Result<DeviceConnectionState> outcome);
+  ScanPromise pendingScanPromise() const;
   void connectFirst();
   void listenTo(BleSession& session);
   void setRequestedScan(bool requested);
   void handle(const BleEvent& event);
-  void didConnect();
+  void didConnect(const ScanPromise& scan);
   void didPause();
   void resetConnection();
   void reset();
@@ -130,7 +131,7 @@ class DeviceUtilImpl final : public DeviceUtil,
 
   mutable std::mutex mutex_;  // guards the next two
   std::shared_ptr<BleSession> bleSession_;
-  std::optional<Promise<DeviceConnectionState>> pendingScanPromise_;
+  ScanPromise pendingScanPromise_;
 
   const std::shared_ptr<UserDefault<PendingParcels>> pendingParcels_;
   const std::shared_ptr<AppDefault<PendingParcels>> waitingParcels_;

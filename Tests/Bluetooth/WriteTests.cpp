@@ -83,6 +83,34 @@ TEST_P(WriteTest, ToSomethingThatIsNotThereIsNotFound) {
   EXPECT_EQ(write({1}).result()->error(), Error(BleError::peripheralNotFound));
 }
 
+TEST_P(WriteTest, EndsWithTheRadioAndLeavesRoomForTheNext) {
+  const auto cut = write(bytes);
+  radio->setState(CentralManagerState::poweredOff);
+  EXPECT_EQ(cut.result()->error(), Error(BleError::bluetoothDisabled));
+  a->expectWrite(first);
+  radio->setState(CentralManagerState::poweredOn);
+  reconnect();
+  connect();
+  const auto next = write({1});
+  a->expectWrite({1});
+  a->completeWrite();
+  EXPECT_TRUE(next.result()->isSuccess());
+}
+
+TEST_P(WriteTest, StartsOnceWhereTheServiceBecomesUsableInThatMoment) {
+  drop();
+  radio->advertise(a);
+  radio->tellConnected(a);
+  a->findServices({Service});
+  const auto written = session->writeData(ReceivingChar, {1});
+  a->findCharacteristics(Service, {TransmittingChar, ReceivingChar});
+  pass(0s);
+  a->expectWrite({1});
+  a->expectNoWrite();
+  a->completeWrite();
+  EXPECT_TRUE(written.result()->isSuccess());
+}
+
 TEST_P(WriteTest, StartsAgainAfterADropAndHearsNothingOfItsFirstAttempt) {
   const auto written = write(bytes);
   a->expectWrite(first);

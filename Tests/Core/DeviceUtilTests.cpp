@@ -1,5 +1,7 @@
 #include <TandrellCore/Core/PendingParcel.h>
 #include <TandrellCore/Utility/Extensions/Command+Tools.h>
+#include <Tests/Support/ScriptedRadio.h>
+#include <Tests/Support/TestEnvironment.h>
 #include <Tests/Support/World.h>
 
 #include <gmock/gmock.h>
@@ -52,6 +54,49 @@ TEST(DeviceUtil, WalksThroughItsStates) {
   EXPECT_FALSE(world.link->settings().value());
   EXPECT_EQ(world.time->nextDue(), std::nullopt) << "an idle world does nothing";
   EXPECT_TRUE(world.connect()) << "and comes back when asked";
+}
+
+TEST(DeviceUtil, IsLookedForAgainFromTheObserverOfItsLoss) {
+  World world;
+  ASSERT_TRUE(world.connect());
+  std::optional<Promise<DeviceConnectionState>> again;
+  const auto states = world.link->connectionState().observe([&](DeviceConnectionState state) {
+    if (state == DeviceConnectionState::disconnected) again = world.link->toggleScan();
+  });
+  world.link->disconnect();
+  ASSERT_TRUE(world.eventually([&] { return again && !again->isPending(); }));
+  EXPECT_EQ(again->result()->value(), DeviceConnectionState::connected);
+}
+
+TEST(DeviceUtil, ForgetsHalfAFrameWhenTheRadioGoesWithoutAWordOfTheLink) {
+  const TestEnvironment machine;
+  const auto radio = std::make_shared<ScriptedRadio>(machine.time);
+  const auto environment = machine.with(radio);
+  const auto ble = BleUtility::make(environment);
+  ble->registerServiceInfos({BleConfig::deviceServiceInfo()});
+  const auto link = makeDeviceUtil(environment, ble);
+  const auto peripheral = radio->makePeripheral("A");
+  using namespace BleConfig::DeviceUUIDs;
+  const auto connect = [&] {
+    (void)link->toggleScan();
+    machine.time->runDue();
+    radio->advertise(peripheral);
+    radio->tellConnected(peripheral);
+    peripheral->findServices({Service});
+    peripheral->findCharacteristics(Service, {TransmittingChar, ReceivingChar});
+    ASSERT_EQ(link->connectionState().value(), DeviceConnectionState::connected);
+  };
+  ::SettingsCommand settings;
+  settings.set_trackinginterval(300);
+  const auto frame = prepareForWrite(settings);
+  connect();
+  peripheral->notify(Service, TransmittingChar, Data(frame.begin(), frame.end() - 1));
+  radio->setState(CentralManagerState::poweredOff);
+  radio->setState(CentralManagerState::poweredOn);
+  connect();
+  peripheral->notify(Service, TransmittingChar, frame);
+  ASSERT_TRUE(link->settings().value());
+  EXPECT_EQ(link->settings().value()->trackinginterval(), 300u);
 }
 
 TEST(DeviceUtil, WritesOneParcelAtATimeAndTheNextWhenTheFirstIsDelivered) {
