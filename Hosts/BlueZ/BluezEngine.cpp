@@ -16,6 +16,9 @@ const Uuid genericAttributeService("00001801-0000-1000-8000-00805F9B34FB");
 /// Between two attempts at a discovery that bluetoothd refused.
 constexpr std::chrono::seconds discoveryPause{2};
 
+/// The path of the device that this is, or a part of.
+std::string deviceOf(const std::string& path) { return path.substr(0, path.find("/service")); }
+
 }  // namespace
 
 BluezEngine::BluezEngine(const BluezOptions& options, std::optional<std::string> restoreIdentifier,
@@ -69,6 +72,7 @@ void BluezEngine::didChangeOwner(bool present) {
   if (present) return load();
   presence_.didLeave();
   updateState();
+  for (const auto& [identifier, link] : links_) link->didLoseDaemon();
 }
 
 void BluezEngine::didLoseBus(const Error& error) {
@@ -77,7 +81,10 @@ void BluezEngine::didLoseBus(const Error& error) {
 }
 
 void BluezEngine::updateState() {
+  const auto before = adapter_;
   const auto [state, problem] = presence_.condition();
+  // What went on on an adapter went with it, also where another one takes its place.
+  if (!before.empty() && adapter_ != before) announce(State::resetting, problem);
   announce(state, problem);
 }
 
@@ -108,8 +115,10 @@ void BluezEngine::didRemove(const std::string& path, const std::vector<std::stri
     return std::find(interfaces.begin(), interfaces.end(), interface) != interfaces.end();
   };
   if (removed(adapterInterface)) updateState();
-  const auto link = existingLinkAt(path);
-  if (link && removed(BluezObjects::deviceInterface)) link->didChangeConnected(false);
+  const auto link = existingLinkAt(deviceOf(path));
+  if (!link) return;
+  if (removed(BluezObjects::characteristicInterface)) link->didLoseCharacteristic(path);
+  if (removed(BluezObjects::deviceInterface)) link->didChangeConnected(false);
 }
 
 void BluezEngine::didChange(const std::string& path, const std::string& interface,
@@ -129,7 +138,7 @@ void BluezEngine::didChange(const std::string& path, const std::string& interfac
 }
 
 void BluezEngine::didChangeValue(const std::string& path, const BluezProperties& changed) {
-  const auto of = path.substr(0, path.find("/service"));
+  const auto of = deviceOf(path);
   const auto value = changed.find("Value");
   const auto link = existingLinkAt(of);
   if (value != changed.end() && link &&

@@ -23,6 +23,8 @@ constexpr seconds anewPause{60};
 /// Another client is writing to the characteristic: bluetoothd takes one write at a time.
 constexpr milliseconds writePause{50};
 constexpr seconds longestWriteWait{5};
+/// bluetoothd ends a link over which a request is not answered for 30 seconds.
+constexpr seconds writeLimit{45};
 
 }  // namespace
 
@@ -313,7 +315,8 @@ std::string BluezLink::characteristicPath(const GattCharacteristic& characterist
 
 void BluezLink::write(Data value, const GattCharacteristic& characteristic, WriteType type,
                       DelegatePtr delegate) {
-  if (phase_ != Phase::connected) return;
+  // What another program writes is not to be broken into; its link is let go of.
+  if (phase_ != Phase::connected || isForeign()) return;
   Write write{characteristicPath(characteristic), characteristic, std::move(value), type,
               std::move(delegate)};
   if (write.path.empty()) return tellWritten(write, CentralError::uuidNotAllowed);
@@ -333,11 +336,14 @@ void BluezLink::submit(const Write& write) {
           auto*, const std::optional<Error>& error) {
         const auto self = weak.lock();
         if (self && self->connection_ == connection) self->didWrite(write, error);
-      });
+      },
+      writeLimit);
 }
 
 void BluezLink::didWrite(Write write, const std::optional<Error>& error) {
   if (!error) return tellWritten(write, std::nullopt);
+  // The device may have it or not: on the next link the write is made again.
+  if (error->domain.ends_with(".NoReply")) return giveUp();
   const auto failure = failureOf(*error);
   if (failure == BluezFailure::refused) return tellWritten(write, platformError(*error));
   if (failure == BluezFailure::busy && write.waited < longestWriteWait) {

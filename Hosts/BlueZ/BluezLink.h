@@ -26,7 +26,8 @@ namespace tandrell {
 /// its link is not ended by another.
 ///
 /// A write waits until the subscriptions that were asked for before it are answered: what the
-/// device says of it must not be missed. Without an answer to one, the link is ended.
+/// device says of it must not be missed. Without an answer to one of either, the link is ended, as
+/// it is where a characteristic that is listened to goes away under it.
 ///
 /// Owned by the engine; everything happens on the bus's thread.
 class BluezLink : public std::enable_shared_from_this<BluezLink> {
@@ -75,8 +76,12 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   void didChangeConnected(bool connected);
   void didResolveServices();
   void didReceive(const std::string& characteristic, Data value);
+  /// The device has it no longer, or is forgotten itself.
+  void didLoseCharacteristic(const std::string& path);
   /// bluetoothd or its radio is gone, and with it every link and attempt.
   void didLoseRadio();
+  /// bluetoothd is gone, and with it every subscription.
+  void didLoseDaemon() { subscribedBefore_.clear(); }
   /// It was connected when the process began.
   void adopt();
 
@@ -84,6 +89,7 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   enum class Phase { idle, waiting, connecting, connected, ending };
   struct Subscription {
     DelegatePtr delegate;
+    bool isFirst = false;  ///< there was none before that bluetoothd may still hold
     bool established = false;
     std::deque<Data> early;  ///< values that came before the answer to the subscription
   };

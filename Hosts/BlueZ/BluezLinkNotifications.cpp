@@ -40,7 +40,7 @@ void BluezLink::setNotify(bool enabled, const GattCharacteristic& characteristic
 
 void BluezLink::subscribe(const std::string& path, const GattCharacteristic& characteristic,
                           bool enabled) {
-  if (enabled) subscribedBefore_.insert(path);
+  subscriptions_[path].isFirst = enabled && subscribedBefore_.insert(path).second;
   ++subscribing_;
   host_.bus.call(
       path, BluezObjects::characteristicInterface, enabled ? "StartNotify" : "StopNotify", {},
@@ -67,8 +67,9 @@ void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& 
   host_.outbox.tell(subscription.delegate, [characteristic, outcome](auto& delegate) {
     delegate.didUpdateNotificationState(characteristic, outcome);
   });
+  // A refusal does not end an earlier one that bluetoothd still holds.
+  if (!enabled || (outcome && subscription.isFirst)) subscribedBefore_.erase(path);
   if (!enabled || outcome) {
-    subscribedBefore_.erase(path);
     subscriptions_.erase(path);
   } else {
     subscription.established = true;
@@ -76,6 +77,12 @@ void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& 
   }
   if (--subscribing_ > 0) return;
   for (const auto& write : std::exchange(heldWrites_, {})) submit(write);
+}
+
+void BluezLink::didLoseCharacteristic(const std::string& path) {
+  subscribedBefore_.erase(path);
+  // It may come back, but nobody would be told to listen to it again.
+  if (subscriptions_.erase(path) > 0 && phase_ == Phase::connected) giveUp();
 }
 
 void BluezLink::didReceive(const std::string& characteristic, Data value) {

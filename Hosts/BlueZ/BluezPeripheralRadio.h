@@ -10,6 +10,7 @@
 
 namespace tandrell {
 
+/// Which radio and bus, and how it advertises.
 struct BluezPeripheralOptions {
   /// The adapter's name, such as "hci0"; empty for the first one.
   std::string adapter = {};

@@ -24,7 +24,7 @@ void BluezPresence::load(std::function<void(bool first)> loaded) {
       for (const auto& [path, interfaces] : objects) objects_.add(path, interfaces);
       loaded_ = true;
     }
-    adapter_ = objects_.adapterPath(adapterName_);
+    chooseAdapter();
     loaded(reply && !std::exchange(wasPresent_, true));
   };
   bus_.call("/", "org.freedesktop.DBus.ObjectManager", "GetManagedObjects", {}, take);
@@ -40,8 +40,13 @@ void BluezPresence::didLoseBus(const Error& error) {
   objects_.clear();
 }
 
+/// Keeps to the one in use, also where another one comes before it later.
+void BluezPresence::chooseAdapter() {
+  if (!objects_.adapter(adapter_)) adapter_ = objects_.adapterPath(adapterName_);
+}
+
 BluezPresence::Condition BluezPresence::condition() {
-  adapter_ = objects_.adapterPath(adapterName_);
+  chooseAdapter();
   if (busError_) {
     return {isDenied(*busError_) ? State::unauthorized : State::unsupported, BluezError::noBus};
   }

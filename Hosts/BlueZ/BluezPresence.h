@@ -36,6 +36,8 @@ class BluezPresence {
   const std::string& adapter() const { return adapter_; }
 
  private:
+  void chooseAdapter();
+
   BluezBus& bus_;
   const std::string adapterName_;
   BluezObjects objects_;

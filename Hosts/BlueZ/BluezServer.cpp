@@ -71,8 +71,11 @@ void BluezServer::didLoseBus(const Error& error) {
 }
 
 void BluezServer::updateState() {
+  const auto before = presence_.adapter();
   const auto [state, problem] = presence_.condition();
   problem_->set(problem);
+  // What is registered with an adapter goes with it, also where another one takes its place.
+  if (!before.empty() && presence_.adapter() != before) announce(State::resetting);
   announce(state);
 }
 

@@ -148,6 +148,11 @@ TEST_F(BluezTest, ConnectsThoughNoSignalSaysSo) {
   bluez->fail("WriteValue", "org.freedesktop.DBus.Error.UnknownObject", "gone");
   write(1);
   EXPECT_EQ(listener->next(), "written CBErrorDomain 8 (uuidNotAllowed)");
+  bluez->fail("WriteValue", "org.freedesktop.DBus.Error.NoReply", "late");
+  write(1);
+  EXPECT_EQ(bluez->nextCall(), "Disconnect") << "it is made again on the next link";
+  bluez->setConnected(false);
+  EXPECT_EQ(listener->next(), lost);
 }
 
 TEST_F(BluezTest, LostLinkLeavesItsWriteUnansweredAndKeepsEveryValueInOrder) {
@@ -213,6 +218,7 @@ TEST_F(BluezTest, LeavesADeviceToTheProgramThatListensToIt) {
   findCharacteristics();
   listener->ask([](Listener& self) {
     self.peripheral->setNotifyValue(true, self.characteristics.at(0));
+    self.peripheral->writeValue({1}, self.characteristics.at(1), WriteType::withResponse);
     self.manager->cancelConnection(self.peripheral);
   });
   EXPECT_EQ(listener->next(), "subscribed BluezError 5 (another program listens to the device)");
@@ -221,6 +227,39 @@ TEST_F(BluezTest, LeavesADeviceToTheProgramThatListensToIt) {
   EXPECT_TRUE(listener->isSilent()) << "it is not found as long as it is the other one's";
   bluez->setNotifying(false);
   EXPECT_EQ(listener->next(), "discovered Communicator");
+}
+
+TEST_F(BluezTest, PartsWhereTheServiceGoesAndForgetsThatItListened) {
+  meet();
+  bluez->hold("Disconnect");
+  bluez->removeCharacteristic();
+  EXPECT_EQ(bluez->nextCall(), "Disconnect");
+  bluez->setConnected(false);
+  EXPECT_EQ(listener->next(), lost);
+
+  // Another program is faster on the next link.
+  bluez->addServices();
+  bluez->setNotifying(true);
+  connect();
+  EXPECT_EQ(bluez->nextCall(), "Connect");
+  EXPECT_EQ(listener->next(), "connected");
+  findCharacteristics();
+  listener->ask(
+      [](Listener& self) { self.peripheral->setNotifyValue(true, self.characteristics.at(0)); });
+  EXPECT_EQ(listener->next(), "subscribed BluezError 5 (another program listens to the device)");
+}
+
+TEST_F(BluezTest, KeepsToItsAdapterUntilThatIsGone) {
+  discover();
+  bluez->addAdapter("/org/bluez/hci");  // before the one in use
+  listener->ask([](Listener& self) { self.manager->stopScan(); });
+  EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+  scan();  // by now it is known
+  EXPECT_EQ(listener->next(), "discovered Communicator");
+  bluez->removeAdapter();
+  EXPECT_EQ(listener->next(), "state resetting");
+  EXPECT_EQ(listener->next(), "state poweredOn");
+  scan();
 }
 
 TEST_F(BluezTest, FindsADeviceOfWhichBluetoothdKnowsTooFewServices) {

@@ -28,7 +28,24 @@ ScriptedBluez::ScriptedBluez(const std::string& address, bool powered)
       caller_(sdbus::createSessionBusConnectionWithAddress(address)),
       powered_(powered) {
   connection_->addObjectManager("/", sdbus::floating_slot);
-  auto& object = add(adapterPath);
+  addAdapter(adapterPath);
+  connection_->addMatch(
+      "type='signal',path_namespace='/tandrell',member='PropertiesChanged'",
+      [this](sdbus::Message& message) {
+        std::string interface;
+        Options changed;
+        message >> interface >> changed;
+        const std::lock_guard lock(mutex_);
+        calls_.push_back("Value " + std::to_string(changed.at("Value").get<Data>().size()));
+        arrived_.notify_all();
+      },
+      sdbus::floating_slot);
+  connection_->enterEventLoopAsync();
+  connection_->requestName("org.bluez");
+}
+
+void ScriptedBluez::addAdapter(const std::string& path) {
+  auto& object = add(path);
   for (const auto* method : {"StartDiscovery", "StopDiscovery"}) addMethod(object, adapter, method);
   object.registerMethod("SetDiscoveryFilter")
       .onInterface(adapter)
@@ -44,20 +61,19 @@ ScriptedBluez::ScriptedBluez(const std::string& address, bool powered)
   addProperty(object, adapter, "Powered", powered_);
   addRegistration(object, "org.bluez.GattManager1", "Application");
   addRegistration(object, "org.bluez.LEAdvertisingManager1", "Advertisement");
-  connection_->addMatch(
-      "type='signal',path_namespace='/tandrell',member='PropertiesChanged'",
-      [this](sdbus::Message& message) {
-        std::string interface;
-        Options changed;
-        message >> interface >> changed;
-        const std::lock_guard lock(mutex_);
-        calls_.push_back("Value " + std::to_string(changed.at("Value").get<Data>().size()));
-        arrived_.notify_all();
-      },
-      sdbus::floating_slot);
   object.finishRegistration();
-  connection_->enterEventLoopAsync();
-  connection_->requestName("org.bluez");
+  object.emitInterfacesAddedSignal({adapter});
+}
+
+void ScriptedBluez::removeAdapter() { remove(adapterPath, adapter); }
+
+void ScriptedBluez::removeCharacteristic() { remove(transmittingPath, characteristic); }
+
+void ScriptedBluez::remove(const std::string& path, const char* interface) {
+  object(path).emitInterfacesRemovedSignal({interface});
+  std::unique_lock lock(mutex_);
+  const auto removed = objects_.extract(path);
+  lock.unlock();  // before it goes, for that takes the bus's own lock
 }
 
 ScriptedBluez::~ScriptedBluez() { connection_->leaveEventLoop(); }
@@ -168,12 +184,7 @@ void ScriptedBluez::addDevice(std::vector<std::string> services) {
   object.emitInterfacesAddedSignal({device});
 }
 
-void ScriptedBluez::removeDevice() {
-  object(devicePath).emitInterfacesRemovedSignal({device});
-  std::unique_lock lock(mutex_);
-  const auto removed = objects_.extract(devicePath);
-  lock.unlock();  // before it goes, for that takes the bus's own lock
-}
+void ScriptedBluez::removeDevice() { remove(devicePath, device); }
 
 void ScriptedBluez::addServices(bool signalled) {
   auto& object = add(servicePath);

@@ -38,6 +38,11 @@ class ScriptedBluez {
   bool hasDevice();
   void removeDevice();
   void addServices(bool signalled = true);
+  /// Takes away what the device notifies on.
+  void removeCharacteristic();
+  /// Another adapter, with the state of the first; `removeAdapter` takes that first one away.
+  void addAdapter(const std::string& path);
+  void removeAdapter();
   void setPowered(bool powered);
   void setConnected(bool connected, bool signalled = true);
   void setResolved(bool resolved, bool signalled = true);
@@ -77,6 +82,7 @@ class ScriptedBluez {
   };
 
   sdbus::IObject& add(const std::string& path);
+  void remove(const std::string& path, const char* interface);
   sdbus::IObject& object(const std::string& path);
   void addMethod(sdbus::IObject& object, const char* interface, const char* method);
   void addCharacteristic(const std::string& path, const char* uuid, bool notifies, bool signalled);
