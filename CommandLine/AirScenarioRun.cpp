@@ -6,12 +6,6 @@
 #include <utility>
 
 namespace tandrell {
-namespace {
-
-/// From the last statement to the end, where the scenario names none.
-constexpr std::chrono::minutes patience{10};
-
-}  // namespace
 
 void AirScenarioRun::start() {
   const auto at = now();
@@ -70,13 +64,9 @@ void AirScenarioRun::begin() {
   context_.output.startAt(at.time);
   player_ = ScenarioPlayer::play(context_.environment.dispatcher, scenario_,
                                  [this](const auto& statement) { perform(statement); });
-  const auto& statements = scenario_.statements;
-  const auto last = statements.empty() ? Duration::zero() : statements.back().at;
-  context_.environment.mainQueue()->asyncAfter(scenario_.end.value_or(last + patience),
-                                               [weak = weak_from_this()] {
-                                                 if (const auto self = weak.lock())
-                                                   self->finish(ExitStatus::done, "played");
-                                               });
+  context_.environment.mainQueue()->asyncAfter(limitOf(scenario_), [weak = weak_from_this()] {
+    if (const auto self = weak.lock()) self->finish(ExitStatus::done, "played");
+  });
 }
 
 void AirScenarioRun::perform(const ScenarioStatement& statement) {

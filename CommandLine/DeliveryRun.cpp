@@ -1,4 +1,5 @@
 #include <CommandLine/DeliveryRun.h>
+#include <CommandLine/ParcelLines.h>
 #include <TandrellCore/Utility/Extensions/Command+Tools.h>
 #include <TandrellCore/Utility/Extensions/Data+Tools.h>
 #include <TandrellCore/Utility/Extensions/Message+Tools.h>
@@ -9,14 +10,6 @@
 #include <utility>
 
 namespace tandrell {
-namespace {
-
-/// What the central writes to the device at once, in bytes.
-constexpr std::size_t chunkSize = 20;
-
-constexpr std::size_t chunkCount(std::size_t bytes) { return (bytes + chunkSize - 1) / chunkSize; }
-
-}  // namespace
 
 DeliveryRun::DeliveryRun(Context context, Delivery delivery)
     : DeviceRun(std::move(context)),

@@ -1,5 +1,5 @@
 #include <CommandLine/DeviceRun.h>
-#include <TandrellCore/Utility/Extensions/Message+Tools.h>
+#include <CommandLine/ParcelLines.h>
 
 #include <fmt/format.h>
 
@@ -98,11 +98,8 @@ void DeviceRun::tell(std::string_view type, const Fields& fields, std::string_vi
 }
 
 void DeviceRun::tellReceivedMessage(const Moment& at, const ::Parcel& parcel) {
-  const auto message =
-      fromData<::MessageDto>(viewOf(parcel.package().data())).value_or(::MessageDto());
-  const auto& from = message.phonenumber().empty() ? message.email() : message.phonenumber();
-  context_.output.event(at, "message", {{"from", from}, {"text", message.content()}},
-                        fmt::format("message from {}: {}", from, message.content()));
+  const auto [fields, text] = messageLine(parcel);
+  context_.output.event(at, "message", fields, text);
 }
 
 void DeviceRun::tellChange(const Moment& at, const std::string& type, Fields& last, Fields value) {

@@ -18,6 +18,12 @@ std::string textOf(const ScenarioStatement& statement) {
   return statement.text.substr(statement.text.starts_with(side) ? side.size() : 0);
 }
 
+Duration limitOf(const Scenario& scenario) {
+  const auto& statements = scenario.statements;
+  const auto last = statements.empty() ? Duration::zero() : statements.back().at;
+  return scenario.end.value_or(last + std::chrono::minutes(10));
+}
+
 void tellLine(Output& output, const Moment& at, const std::string& who, std::string_view type,
               const Output::Fields& fields, const std::string& text) {
   output.event(at, type, fields, who.empty() ? text : fmt::format("{:<8}{}", who, text));

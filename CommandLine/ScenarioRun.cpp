@@ -1,8 +1,8 @@
+#include <CommandLine/ParcelLines.h>
 #include <CommandLine/ScenarioLines.h>
 #include <CommandLine/ScenarioRun.h>
 #include <Simulator/MemoryUserDefaults.h>
 #include <TandrellCore/Utility/Extensions/Command+Tools.h>
-#include <TandrellCore/Utility/Extensions/Message+Tools.h>
 #include <TandrellCore/Utility/Overloaded.h>
 
 #include <fmt/format.h>
@@ -15,13 +15,8 @@ namespace {
 
 /// From the last outcome to the end: an answer may be on its way.
 constexpr std::chrono::seconds lingerTime{4};
-/// From the last statement to the end, where something stays undecided.
-constexpr std::chrono::minutes patience{10};
 /// How long the run waits for the end of the connection before it ends without.
 constexpr std::chrono::seconds partingLimit{2};
-
-constexpr std::size_t chunkSize = 20;
-constexpr std::size_t chunkCount(std::size_t bytes) { return (bytes + chunkSize - 1) / chunkSize; }
 
 Environment withRadio(Environment environment, const std::shared_ptr<SimulatedRadio>& radio) {
   environment.userDefaults = std::make_shared<MemoryUserDefaults>();
@@ -54,9 +49,7 @@ void ScenarioRun::start() {
 }
 
 void ScenarioRun::startTimers() {
-  const auto& statements = parts_.scenario.statements;
-  const auto last = statements.empty() ? Duration::zero() : statements.back().at;
-  after(parts_.scenario.end.value_or(last + patience), &ScenarioRun::didReachLimit);
+  after(limitOf(parts_.scenario), &ScenarioRun::didReachLimit);
 }
 
 void ScenarioRun::startPhone() { phone_ = ScenarioPhone::start(environment_, *this); }
@@ -137,11 +130,8 @@ void ScenarioRun::didReceiveInbound(const Moment& at, const ::Parcel& parcel) {
     return tell(at, "link", "parcel", {{"parcelId", parcel.id()}, {"packageType", type}},
                 type + " came in");
   }
-  const auto message =
-      fromData<::MessageDto>(viewOf(parcel.package().data())).value_or(::MessageDto());
-  const auto& from = message.phonenumber().empty() ? message.email() : message.phonenumber();
-  tell(at, "link", "message", {{"from", from}, {"text", message.content()}},
-       fmt::format("message from {}: {}", from, message.content()));
+  const auto [fields, text] = messageLine(parcel);
+  tell(at, "link", "message", fields, text);
 }
 
 void ScenarioRun::didProgress(const Moment& at, const BleWriteProgress& progress) {
