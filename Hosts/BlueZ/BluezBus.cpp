@@ -64,44 +64,47 @@ void BluezBus::open() {
 }
 
 void BluezBus::listen() {
-  connection_->addMatch(
-      "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
-      "member='NameOwnerChanged',arg0='org.bluez'",
-      [this](sdbus::Message& message) {
-        std::string name, before, now;
-        message >> name >> before >> now;
-        // A daemon that is replaced leaves and comes.
-        if (!before.empty()) listener_.didChangeOwner(false);
-        if (!now.empty()) listener_.didChangeOwner(true);
-      },
-      sdbus::floating_slot);
-  const std::string fromBluez = "type='signal',sender='org.bluez',interface='";
-  connection_->addMatch(
-      fromBluez + objectManager + "'",
-      [this](sdbus::Message& message) {
-        sdbus::ObjectPath path;
-        message >> path;
-        if (message.getMemberName() == "InterfacesAdded") {
-          BluezInterfaces interfaces;
-          message >> interfaces;
-          listener_.didAdd(path, interfaces);
-        } else {
-          std::vector<std::string> interfaces;
-          message >> interfaces;
-          listener_.didRemove(path, interfaces);
-        }
-      },
-      sdbus::floating_slot);
-  connection_->addMatch(
-      fromBluez + propertiesInterface + "',member='PropertiesChanged'",
-      [this](sdbus::Message& message) {
-        std::string interface;
-        BluezProperties changed;
-        std::vector<std::string> invalidated;
-        message >> interface >> changed >> invalidated;
-        listener_.didChange(message.getPath(), interface, changed, invalidated);
-      },
-      sdbus::floating_slot);
+  const auto on = [this](const std::string& match, void (BluezBus::*handle)(sdbus::Message&)) {
+    const auto handler = [this, handle](sdbus::Message& message) { (this->*handle)(message); };
+    connection_->addMatch("type='signal'," + match, handler, sdbus::floating_slot);
+  };
+  on("sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',member='NameOwnerChanged',"
+     "arg0='org.bluez'",
+     &BluezBus::didChangeOwner);
+  const std::string fromBluez = "sender='org.bluez',interface='";
+  on(fromBluez + objectManager + "',member='InterfacesAdded'", &BluezBus::didAdd);
+  on(fromBluez + objectManager + "',member='InterfacesRemoved'", &BluezBus::didRemove);
+  on(fromBluez + propertiesInterface + "',member='PropertiesChanged'", &BluezBus::didChange);
+}
+
+void BluezBus::didChangeOwner(sdbus::Message& message) {
+  std::string name, before, now;
+  message >> name >> before >> now;
+  // A daemon that is replaced leaves and comes.
+  if (!before.empty()) listener_.didChangeOwner(false);
+  if (!now.empty()) listener_.didChangeOwner(true);
+}
+
+void BluezBus::didAdd(sdbus::Message& message) {
+  sdbus::ObjectPath path;
+  BluezInterfaces interfaces;
+  message >> path >> interfaces;
+  listener_.didAdd(path, interfaces);
+}
+
+void BluezBus::didRemove(sdbus::Message& message) {
+  sdbus::ObjectPath path;
+  std::vector<std::string> interfaces;
+  message >> path >> interfaces;
+  listener_.didRemove(path, interfaces);
+}
+
+void BluezBus::didChange(sdbus::Message& message) {
+  std::string interface;
+  BluezProperties changed;
+  std::vector<std::string> invalidated;
+  message >> interface >> changed >> invalidated;
+  listener_.didChange(message.getPath(), interface, changed, invalidated);
 }
 
 /// Handles what has arrived, and waits for more.

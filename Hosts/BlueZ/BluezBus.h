@@ -82,6 +82,10 @@ class BluezBus {
 
   void open();
   void listen();
+  void didChangeOwner(sdbus::Message& message);
+  void didAdd(sdbus::Message& message);
+  void didRemove(sdbus::Message& message);
+  void didChange(sdbus::Message& message);
   void process();
   void waitForBus();
   void lose(const sdbus::Error& error);

@@ -25,9 +25,8 @@ namespace tandrell {
 /// can tell that from two equal values: so a device belongs to the program that listens to it, and
 /// its link is not ended by another.
 ///
-/// A write waits until the subscriptions that were asked for before it are answered: what the
-/// device says of it must not be missed. Without an answer to one of either, the link is ended, as
-/// it is where a characteristic that is listened to goes away under it.
+/// A write waits for the answers to the subscriptions before it: what the device says of it must not
+/// be missed. An answer that stays away ends the link, as does the end of what is listened to.
 ///
 /// Owned by the engine; everything happens on the bus's thread.
 class BluezLink : public std::enable_shared_from_this<BluezLink> {

@@ -20,6 +20,9 @@ PLANTED = [
     ("Simulator/I.cpp", "std::thread t(run);", "thread"),
     ("TandrellCore/Utility/J.cpp", "std::random_device device;", "random device"),
     ("CommandLine/K.cpp", "std::ofstream file(path);", "file"),
+    ("Simulator/U.cpp", "const auto file = ::open(path, 0);", "file"),
+    ("CommandLine/V.cpp", "std::filesystem::remove(path);", "file"),
+    ("TandrellCore/Core/W.cpp", "clock_gettime(CLOCK_REALTIME, &time);", "clock"),
     ("Examples/OwnHost/main.cpp", "std::thread t(run);", "thread"),
     ("Examples/OwnHost/Host/S.cpp", "usleep(1);", "sleeps"),
 ]

@@ -58,9 +58,19 @@ def bluetoothd():
     return int(subprocess.run(["pidof", "bluetoothd"], capture_output=True).stdout or 0)
 
 
+killed = False  # bluetoothd, by the scenario
+
+
+def has_died():
+    """Whether bluetoothd has gone of itself."""
+    return not bluetoothd() and not killed
+
+
 def kill_bluetoothd():
+    global killed
     process = bluetoothd()
     check(process, "bluetoothd has died")
+    killed = True
     os.kill(process, signal.SIGKILL)
     while os.path.exists(f"/proc/{process}"):
         time.sleep(0.05)
@@ -68,7 +78,9 @@ def kill_bluetoothd():
 
 def start_bluetoothd():
     """Both adapters are there when this returns."""
+    global killed
     subprocess.run([HERE / "start-bluetoothd"], check=True)
+    killed = False
 
 
 def begin_anew():

@@ -79,6 +79,7 @@ class Program:
     def kill(self):
         self.process.kill()
         self.process.wait()
+        self.reader.join()
 
     def interrupt(self):
         self.process.send_signal(signal.SIGINT)
@@ -89,4 +90,3 @@ class Program:
 
     def __exit__(self, *_):
         self.kill()
-        self.reader.join()
