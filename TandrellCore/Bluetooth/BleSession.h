@@ -26,8 +26,8 @@ class TANDRELL_API BleSession {
   /// Starts looking for the service. Returns the session, for chaining; so do the next two.
   virtual BleSession& start() = 0;
 
-  /// How long a dropped link may take to return before it counts as disconnected; absent (the
-  /// initial value): no grace period, every drop is a disconnect.
+  /// How long it may take from a drop until the service is usable again, before the link counts as
+  /// disconnected; absent (the initial value): no grace period, every drop is a disconnect.
   virtual BleSession& reconnectDuration(std::optional<Duration> duration) = 0;
 
   /// Installs the one handler and hands it every event that arrived before there was one, oldest
