@@ -49,7 +49,8 @@ void DeliveryRun::didTimeOut() {
   const auto& noun = delivery_.noun;
   finish(ExitStatus::timedOut, "timedOut",
          delivered_ ? fmt::format("the {} is delivered, but {} in time", noun, missing())
-         : written_ ? fmt::format("the device has the {}, but did not report it delivered", noun)
+         : written_ || reported_
+             ? fmt::format("the device has the {}, but did not report it delivered", noun)
                     : fmt::format("the {} was not handed over in time", noun));
 }
 
@@ -68,10 +69,12 @@ void DeliveryRun::didConnect() {
 }
 
 void DeliveryRun::didLoseDevice() {
+  const auto& noun = delivery_.noun;
   finish(ExitStatus::failed, "linkLost",
-         written_ ? fmt::format("the device has the {}, but whether it was delivered is not known",
-                                delivery_.noun)
-                  : fmt::format("the {} was not handed over", delivery_.noun));
+         delivered_ ? fmt::format("the {} is delivered, but {}", noun, missing())
+         : written_ || reported_
+             ? fmt::format("the device has the {}, but whether it was delivered is not known", noun)
+             : fmt::format("the {} was not handed over", noun));
 }
 
 void DeliveryRun::didProgress(const Moment& at, const BleWriteProgress& progress) {
@@ -118,6 +121,7 @@ void DeliveryRun::didReceiveInbound(const Moment& at, const ::Parcel& parcel) {
 }
 
 void DeliveryRun::didReport(const Moment& at, ParcelStatus::Type status) {
+  reported_ = reported_ || status != ParcelStatus::error;  // those may be the link's own
   const auto name = nameOf(status);
   context().output.event(at, "status",
                          {{"parcelId", delivery_.payload->parcelId()}, {"value", name}},

@@ -59,6 +59,7 @@ class DeliveryRun : public DeviceRun {
   std::size_t chunkNumber_ = 0;
   std::optional<Duration> lastChunk_;
   bool written_ = false;
+  bool reported_ = false;  // by the device, which then has it
   bool delivered_ = false;
 };
 

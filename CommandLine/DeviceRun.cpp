@@ -54,13 +54,17 @@ void DeviceRun::connect() {
         self->finish(ExitStatus::failed, "failed", "the connection was ended");
       })
       .onError([weak](const Error& error) {
-        if (const auto self = weak.lock()) self->didFailToConnect(error);
+        if (const auto self = weak.lock()) self->didFail(error);
       });
 }
 
-void DeviceRun::didFailToConnect(const Error& error) {
+void DeviceRun::didFail(const Error& error) {
   const auto problem = context_.link->problem();
   if (problem) return finish(ExitStatus::notSupported, "notSupported", problem->text);
+  if (!finishing_) didFailToConnect(error);
+}
+
+void DeviceRun::didFailToConnect(const Error& error) {
   finish(ExitStatus::failed, "failed", "cannot connect: " + error.description());
 }
 

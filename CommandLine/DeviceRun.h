@@ -35,13 +35,16 @@ class DeviceRun : public Run, public std::enable_shared_from_this<DeviceRun> {
   virtual void didConnect() = 0;
   /// The connection has ended, and not by this side: the link waited in vain for its return.
   virtual void didLoseDevice() = 0;
+  /// The radio is there, but looking for the device ended with the error. Ends the run.
+  virtual void didFailToConnect(const Error& error);
   /// The time of `startTimers` is up.
   virtual void didTimeOut() { finish(ExitStatus::timedOut, "timedOut"); }
   /// The run has parted from the device: the last chance to tell something, and to change the
   /// status.
   virtual void willEnd(ExitStatus&, std::string& /*outcome*/) {}
 
-  /// Looks for the device. Calls `didConnect()`, or ends the run where the radio fails.
+  /// Looks for the device. Calls `didConnect()` or `didFailToConnect()`, or ends the run where the
+  /// radio cannot be used.
   void connect();
 
   /// Ends the run where no device is found within `searchLimit`, and calls `didTimeOut()` when the
@@ -94,7 +97,7 @@ class DeviceRun : public Run, public std::enable_shared_from_this<DeviceRun> {
 
  private:
   void observeConnection();
-  void didFailToConnect(const Error& error);
+  void didFail(const Error& error);
   void didChange(DeviceConnectionState state);
   void tellChange(const Moment& at, const std::string& type, Fields& last, Fields value);
   void end();

@@ -271,6 +271,11 @@ bool ScenarioRun::tellUnmet(const Moment& at) {
          fmt::format("{} is {}, and nothing is expected of it", send.label,
                      std::string(nameOf(outcome))));
   }
+  for (const auto& statement : parts_.scenario.statements) {
+    const auto* send = std::get_if<PhoneSend>(&statement.action);
+    if (!send || book_.find(send->label) || isExpected(send->label)) continue;
+    tell(statement.line, send->label, send->label + " is not sent, and nothing is expected of it");
+  }
   return good;
 }
 

@@ -37,6 +37,14 @@ class WatchRun final : public DeviceRun {
 
   void didLoseDevice() override { connect(); }
 
+  void didFailToConnect(const Error& error) override {
+    // A device at the edge of reach may be heard and not be reached.
+    if (error != Error(BleError::connectFailure)) return DeviceRun::didFailToConnect(error);
+    after(std::chrono::seconds(1), [this] {
+      if (!isFinishing()) connect();
+    });
+  }
+
   void tellStates() {
     const auto asItIs = [](const auto& value) { return value; };
     tellChanges(deviceUtil().quality(), "quality", asItIs);

@@ -9,8 +9,14 @@
 namespace tandrell {
 
 struct Interrupt::Impl {
+  Impl() {
+    struct sigaction hangUp {};
+    sigaction(SIGHUP, nullptr, &hangUp);
+    if (hangUp.sa_handler != SIG_IGN) signals.add(SIGHUP);  // nohup asks for that
+  }
+
   asio::io_context context;
-  asio::signal_set signals{context, SIGINT, SIGTERM};
+  asio::signal_set signals{context, SIGINT, SIGTERM, SIGPIPE};
   std::thread thread;
 };
 
@@ -19,6 +25,7 @@ Interrupt::Interrupt(QueuePtr queue, Work handler) : impl_(std::make_unique<Impl
                              handler = std::move(handler)](const auto& error, int) mutable {
     if (error) return;
     impl->signals.clear();
+    std::signal(SIGPIPE, SIG_IGN);  // what is still told on the way to the end may have no reader
     queue->async(std::move(handler));
   });
   impl_->thread = std::thread([impl = impl_.get()] { impl->context.run(); });

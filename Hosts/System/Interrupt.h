@@ -7,9 +7,10 @@
 
 namespace tandrell {
 
-/// Hears the user's wish to end the process: Ctrl-C, or a request to terminate. The first one
-/// submits the handler to the queue; from then on, and once this object is gone, the system does
-/// what it always does with them, so that a second Ctrl-C ends a process that hangs.
+/// Hears the user's wish to end the process: Ctrl-C, a request to terminate, the end of the terminal
+/// or of the reader behind a pipe. The first one submits the handler to the queue; from then on, and
+/// once this object is gone, the system does what it always does with them, so that a second Ctrl-C
+/// ends a process that hangs. Only a reader that has gone ends nothing from then on.
 ///
 /// At most one in a process at a time. It has a thread of its own, which its destruction ends.
 class TANDRELL_API Interrupt {

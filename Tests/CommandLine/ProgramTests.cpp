@@ -49,6 +49,25 @@ TEST(SendTests, TellsEveryStepOfAMessageUntilItIsDelivered) {
   EXPECT_EQ(machine.errors, "");
 }
 
+TEST(SendTests, SaysWhatIsKnownWhereTheLinkIsLost) {
+  CommunicatorOptions mute;
+  mute.faults.loseCompletion(4);  // that it is written is not known, until the device says so
+  for (const auto& [moment, text] : std::vector<std::pair<Duration, std::string>>{
+           {2s, "the message was not handed over"},
+           {4s, "the device has the message, but whether it was delivered is not known"},
+           {10s, "the message is delivered, but no reply arrived"}}) {
+    VirtualMachine machine(mute);
+    machine.prepare = [after = moment](SimLink& link) {
+      link.radio()->timeline()->after(after, std::weak_ptr(link.device()),
+                                      [](auto& device) { device.powerOff(); });
+    };
+    auto arguments = with(sending, {"--await-reply"});
+    std::erase(arguments, "--json");
+    EXPECT_EQ(machine.run(arguments), 1);
+    EXPECT_THAT(machine.out, HasSubstr(text));
+  }
+}
+
 TEST(SendTests, WaitsForAReplyOnlyWhenAsked) {
   VirtualMachine machine;
   EXPECT_EQ(machine.run(with(sending, {"--await-reply"})), 0);
@@ -189,17 +208,20 @@ TEST(WatchTests, TellsStatesAndMessagesUntilTheTimeIsUp) {
 }
 
 TEST(WatchTests, LooksForALostDeviceAgain) {
-  VirtualMachine machine;
+  auto options = SimLink::defaultOptions();
+  options.faults.failConnect(2);
+  VirtualMachine machine(options);
   machine.prepare = [](SimLink& link) {
     losePowerSoon(link);
     link.radio()->timeline()->after(60s, std::weak_ptr(link.device()),
                                     [](auto& device) { device.powerOn(); });
   };
-  EXPECT_EQ(machine.run({"--json", "watch", "--for", "62"}), 0);
+  EXPECT_EQ(machine.run({"--json", "watch", "--for", "66"}), 0);
   std::vector<std::string> connection;
   for (const auto& event : machine.events("connection")) connection.push_back(event.at("value"));
   EXPECT_THAT(connection, ElementsAre("disconnected", "scanning", "connected", "scanning",
-                                      "disconnected", "scanning", "connected", "disconnected"));
+                                      "disconnected", "scanning", "disconnected", "scanning",
+                                      "connected", "disconnected"));
 }
 
 TEST(WatchTests, AMessageNeitherBreaksItsLineNorCommandsTheTerminal) {

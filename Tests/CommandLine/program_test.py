@@ -49,6 +49,12 @@ class ProgramTest(unittest.TestCase):
                           [(e["type"], e.get("value")) for e in events])
             self.assertEqual(events[-1]["outcome"], "interrupted")
 
+    def test_the_end_of_its_reader_parts_from_the_device_too(self):
+        process = self.start("watch")
+        process.stdout.readline()
+        process.stdout.close()
+        self.assertEqual((process.wait(60), process.stderr.read()), (130, ""))
+
     def test_a_store_that_cannot_be_opened_is_named(self):
         open(self.data, "w").close()
         process = self.start("watch", "--for", "1")
