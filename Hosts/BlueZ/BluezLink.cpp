@@ -214,6 +214,17 @@ bool BluezLink::beginAnew() {
   return true;
 }
 
+void BluezLink::didLoseCharacteristic(const std::string& path) {
+  subscribedBefore_.erase(path);
+  const auto lost = subscriptions_.find(path);
+  // To a subscription that is not answered yet there will be an answer.
+  if (lost == subscriptions_.end() || !lost->second.established) return;
+  // It may come back, but nobody would be told to listen to it again. A device that goes for good
+  // ends the link itself in this time.
+  subscriptions_.erase(lost);
+  host_.bus.after(settling, onThisConnection([](auto& self) { self.giveUp(); }));
+}
+
 void BluezLink::didEnd() {
   didUnlink(std::nullopt);
   if (std::exchange(wanted_, false)) connect();

@@ -79,12 +79,6 @@ void BluezLink::didSubscribe(const std::string& path, const GattCharacteristic& 
   for (const auto& write : std::exchange(heldWrites_, {})) submit(write);
 }
 
-void BluezLink::didLoseCharacteristic(const std::string& path) {
-  subscribedBefore_.erase(path);
-  // It may come back, but nobody would be told to listen to it again.
-  if (subscriptions_.erase(path) > 0 && phase_ == Phase::connected) giveUp();
-}
-
 void BluezLink::didReceive(const std::string& characteristic, Data value) {
   const auto found = subscriptions_.find(characteristic);
   if (found != subscriptions_.end() && found->second.established) {
