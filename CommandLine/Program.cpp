@@ -89,7 +89,9 @@ class Program {
   }
 
   static std::string checkLink(const std::string& name) {
-    return isLinkName(name) ? "" : fmt::format("{} is no link; there are {}", name, linkNames());
+    return isLinkName(name)
+               ? ""
+               : fmt::format("{} is no link of this program, which has {}", name, linkNames());
   }
 
   /// Help or the version was asked for, or the arguments make no sense.
