@@ -1,58 +1,18 @@
 #pragma once
 
+#include <TandrellCore/Async/ObserverRecord.h>
 #include <TandrellCore/Async/Subscription.h>
 
 #include <algorithm>
-#include <condition_variable>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
-#include <thread>
 #include <utility>
 #include <vector>
 
 namespace tandrell {
-
-/// One observer of a subject: makes sure that no call begins after `end()` has returned.
-template <class T>
-class ObserverRecord {
- public:
-  explicit ObserverRecord(std::function<void(const T&)> observer)
-      : observer_(std::move(observer)) {}
-
-  /// An exception that leaves an observer stops the process.
-  void call(const T& value) noexcept {
-    {
-      const std::lock_guard lock(mutex_);
-      if (ended_) return;
-      caller_ = std::this_thread::get_id();
-    }
-    observer_(value);
-    {
-      const std::lock_guard lock(mutex_);
-      caller_ = {};
-    }
-    returned_.notify_all();
-  }
-
-  void end() {
-    std::unique_lock lock(mutex_);
-    ended_ = true;
-    if (caller_ == std::this_thread::get_id()) return;
-    returned_.wait(lock, [this] { return caller_ == ThreadId(); });
-  }
-
- private:
-  using ThreadId = decltype(std::this_thread::get_id());
-
-  const std::function<void(const T&)> observer_;
-  std::mutex mutex_;
-  std::condition_variable returned_;
-  ThreadId caller_;
-  bool ended_ = false;
-};
 
 /// A stream of values that can be observed. Observers are called one after another, on the thread
 /// that published, and never under a lock. All observers see the values in one order: what is
@@ -76,35 +36,65 @@ class Observable {
   /// For the subjects that derive from it.
   using Record = ObserverRecord<T>;
   using RecordPtr = std::shared_ptr<Record>;
+  using Lock = std::unique_lock<std::mutex>;
 
   struct Channel {
+    /// Never changed once it is here: deliveries share it, so that publishing copies no list.
+    using Observers = std::shared_ptr<const std::vector<RecordPtr>>;
+
     struct Delivery {
-      std::vector<RecordPtr> observers;
+      Observers observers;
       T value;
     };
 
     std::mutex mutex;
-    std::vector<RecordPtr> observers;
+    Observers observers = std::make_shared<const std::vector<RecordPtr>>();
     std::deque<Delivery> pending;
     bool delivering = false;
 
-    void remove(const RecordPtr& record) {
-      const std::lock_guard lock(mutex);
-      std::erase(observers, record);
+    void add(const RecordPtr& record) {
+      auto more = *observers;
+      more.push_back(record);
+      observers = std::make_shared<const std::vector<RecordPtr>>(std::move(more));
     }
 
-    void deliverPending() {
-      std::unique_lock lock(mutex);
-      if (std::exchange(delivering, true)) return;
+    void remove(const RecordPtr& record) {
+      const Lock lock(mutex);
+      auto fewer = *observers;
+      std::erase(fewer, record);
+      observers = std::make_shared<const std::vector<RecordPtr>>(std::move(fewer));
+    }
+
+    /// Takes the lock and lets go of it. The value is moved only where it has to wait.
+    void deliver(Lock lock, T& value) {
+      if (delivering) {
+        pending.push_back({observers, std::move(value)});
+        return;
+      }
+      delivering = true;
+      auto now = observers;
+      lock.unlock();
+      callEach(*now, value);
+      now.reset();
+      lock.lock();
+      deliverPending(lock);
+    }
+
+    void deliverPending(Lock& lock) {
+      delivering = true;
       while (!pending.empty()) {
         std::optional next = std::move(pending.front());
         pending.pop_front();
         lock.unlock();
-        for (const auto& observer : next->observers) observer->call(next->value);
+        callEach(*next->observers, next->value);
         next.reset();  // under no lock: an observer that has ended goes with what it held
         lock.lock();
       }
       delivering = false;
+    }
+
+    static void callEach(const std::vector<RecordPtr>& observers, const T& value) {
+      for (const auto& observer : observers) observer->call(value);
     }
   };
 
@@ -113,11 +103,11 @@ class Observable {
     const auto channel = channel_;  // an observer may let go of the subject
     auto record = std::make_shared<Record>(std::move(observer));
     {
-      const std::lock_guard lock(channel->mutex);
-      channel->observers.push_back(record);
+      Lock lock(channel->mutex);
+      channel->add(record);
       if (replay) replay(record);
+      if (!channel->delivering) channel->deliverPending(lock);
     }
-    channel->deliverPending();
     return Subscription([record, weak = std::weak_ptr(channel)] {
       if (const auto alive = weak.lock()) alive->remove(record);
       record->end();

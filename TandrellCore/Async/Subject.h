@@ -13,11 +13,7 @@ class PublishSubject : public Observable<T> {
  public:
   void publish(T value) {
     const auto channel = this->channel_;  // an observer may let go of the subject
-    {
-      const std::lock_guard lock(channel->mutex);
-      channel->pending.push_back({channel->observers, std::move(value)});
-    }
-    channel->deliverPending();
+    channel->deliver(std::unique_lock(channel->mutex), value);
   }
 };
 
@@ -37,17 +33,16 @@ class BehaviorSubject : public ObservableValue<T> {
   /// Makes this the current value and forwards it.
   void publish(T value) {
     const auto channel = this->channel_;
-    {
-      const std::lock_guard lock(channel->mutex);
-      value_ = value;
-      channel->pending.push_back({channel->observers, std::move(value)});
-    }
-    channel->deliverPending();
+    std::unique_lock lock(channel->mutex);
+    value_ = value;
+    channel->deliver(std::move(lock), value);
   }
 
   [[nodiscard]] Subscription observe(Observer observer) override {
     return this->subscribe(std::move(observer), [this](const auto& record) {
-      this->channel_->pending.push_back({{record}, value_});
+      this->channel_->pending.push_back(
+          {std::make_shared<const std::vector<std::shared_ptr<ObserverRecord<T>>>>(1, record),
+           value_});
     });
   }
 
