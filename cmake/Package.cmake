@@ -80,6 +80,7 @@ foreach(folder TandrellCore Simulator Hosts/System)
           PATTERN "SimulatedCentral.h" EXCLUDE
           PATTERN "SimulatedPeripheral.h" EXCLUDE
           PATTERN "SqliteConnection.h" EXCLUDE
+          PATTERN "QueueGroup.h" EXCLUDE
           PATTERN "SystemQueue.h" EXCLUDE
           PATTERN "*.h")
 endforeach()

@@ -35,12 +35,12 @@ class SystemMainQueue final : public SystemQueue {
 
 void SystemMainQueue::runUntilStopped() {
   const auto self = shared_from_this();
-  Lock lock(mutex_);
+  Lock lock(*this);
   if (runs_) fatalError("SystemDispatcher: the main queue is being run already");
   runs_ = true;
   mainThread_ = std::this_thread::get_id();
   while (!stopRequested_ && !closed_) {
-    if (!runReady(lock)) changed_.wait(lock);
+    if (!runReady(lock)) lock.wait();
   }
   stopRequested_ = false;
   runs_ = false;

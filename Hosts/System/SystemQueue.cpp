@@ -39,6 +39,24 @@ std::vector<std::shared_ptr<SystemQueue>> QueueGroup::close() {
   return alive;
 }
 
+void SystemQueue::Lock::unlock() {
+  auto owed = std::exchange(queue_.owed_, 0);
+  const auto group = owed > 0 ? queue_.group_ : nullptr;
+  const auto queue = owed > 0 ? queue_.shared_from_this() : nullptr;
+  lock_.unlock();
+  if (!group) return;
+  for (; owed > 0; --owed) asio::post(group->context, [queue] { queue->runInvited(); });
+}
+
+void SystemQueue::Lock::wait() {
+  if (queue_.owed_ > 0) {
+    unlock();
+    lock();
+  } else {
+    queue_.changed_.wait(lock_);
+  }
+}
+
 /// One block's stay on this thread: begins with the lock held, releases it, takes it again to end.
 class SystemQueue::Turn {
  public:
@@ -67,7 +85,7 @@ SystemQueue::~SystemQueue() {
 }
 
 void SystemQueue::submit(Submission submission, Work work) {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(*this);
   if (closed_) return;
   pending_.push_back({isAlone(submission), std::move(work)});
   invite();
@@ -79,7 +97,7 @@ void SystemQueue::run(Submission submission, absl::FunctionRef<void()> block) {
   }
   const auto self = shared_from_this();  // the block may let go of the last handle
   const bool alone = isAlone(submission);
-  Lock lock(mutex_);
+  Lock lock(*this);
   if (pending_.empty() && admits(alone) && mayRunHere()) {
     begin(alone);
   } else {
@@ -104,7 +122,7 @@ bool SystemQueue::waitForTurn(Lock& lock, bool alone, Call& call) {
       }
       if (runReady(lock)) continue;
     }
-    changed_.wait(lock);
+    lock.wait();
   }
   return false;
 }
@@ -176,13 +194,13 @@ void SystemQueue::finish() {
 
 void SystemQueue::invite() {
   if (closed_) return;
-  for (const std::size_t ready = countReady(); invited_ < ready; ++invited_) {
-    asio::post(group_->context, [self = shared_from_this()] { self->runInvited(); });
-  }
+  const std::size_t ready = std::max(countReady(), invited_);
+  owed_ += ready - invited_;
+  invited_ = ready;
 }
 
 void SystemQueue::runInvited() {
-  Lock lock(mutex_);
+  Lock lock(*this);
   --invited_;
   runReady(lock);
 }
@@ -220,7 +238,7 @@ void SystemQueue::setTimer() {
 }
 
 void SystemQueue::releaseDue() {
-  const std::lock_guard lock(mutex_);
+  const Lock lock(*this);
   if (closed_) return;
   timerDue_.reset();
   const auto now = Clock::now();
@@ -260,8 +278,8 @@ void SystemQueue::close() {
 
 void SystemQueue::waitUntilIdle() {
   const auto mine = static_cast<std::size_t>(std::ranges::count(runningHere, this));
-  Lock lock(mutex_);
-  changed_.wait(lock, [&] { return running_ <= mine; });
+  Lock lock(*this);
+  while (running_ > mine) lock.wait();
 }
 
 }  // namespace tandrell

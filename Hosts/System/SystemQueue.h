@@ -1,8 +1,8 @@
 #pragma once
 
+#include <Hosts/System/QueueGroup.h>
 #include <TandrellCore/Platform/Dispatch.h>
 
-#include <asio/io_context.hpp>
 #include <asio/steady_timer.hpp>
 
 #include <chrono>
@@ -16,32 +16,8 @@
 #include <mutex>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace tandrell {
-
-class SystemQueue;
-
-/// What the queues of one dispatcher share: the context whose handlers its threads run, and the
-/// list of queues that its end has to close. Every queue holds it until it is closed.
-class QueueGroup {
- public:
-  explicit QueueGroup(std::size_t threads) : threads(threads) {}
-
-  /// Returns false, and does nothing, once the group is closed.
-  bool admit(const std::shared_ptr<SystemQueue>& queue);
-  void forget(const SystemQueue* queue);
-  /// Admits no more; returns those that it has.
-  std::vector<std::shared_ptr<SystemQueue>> close();
-
-  asio::io_context context;
-  const std::size_t threads;
-
- private:
-  std::mutex mutex_;
-  bool closed_ = false;
-  std::map<const SystemQueue*, std::weak_ptr<SystemQueue>> queues_;
-};
 
 /// A queue whose blocks run on the threads of its group, or on a thread that waits in `sync`:
 /// instead of sleeping it runs what stands before its own block, so that `sync` makes progress even
@@ -62,7 +38,26 @@ class SystemQueue : public Queue, public std::enable_shared_from_this<SystemQueu
   void waitUntilIdle();
 
  protected:
-  using Lock = std::unique_lock<std::mutex>;
+  /// Holds the queue's mutex. Handlers that were owed to the group meanwhile are posted once it is
+  /// let go of: a thread that they wake would else only wait for it.
+  class Lock {
+   public:
+    explicit Lock(SystemQueue& queue) : queue_(queue), lock_(queue.mutex_) {}
+    ~Lock() {
+      if (lock_.owns_lock()) unlock();
+    }
+    Lock(const Lock&) = delete;
+    Lock& operator=(const Lock&) = delete;
+
+    void lock() { lock_.lock(); }
+    void unlock();
+    /// Until a block has ended or the queue was closed; may return early.
+    void wait();
+
+   private:
+    SystemQueue& queue_;
+    std::unique_lock<std::mutex> lock_;
+  };
 
   /// A `sync` that waits; lives on the stack of its thread.
   struct Call {
@@ -126,7 +121,8 @@ class SystemQueue : public Queue, public std::enable_shared_from_this<SystemQueu
   Entries pending_;
   std::size_t running_ = 0;
   bool aloneRuns_ = false;
-  std::size_t invited_ = 0;  // handlers in the group's context that have not begun
+  std::size_t invited_ = 0;  // handlers for the group's context that have not begun
+  std::size_t owed_ = 0;     // those of them that have not been posted
 
   std::map<Moment, Entry> delayed_;
   std::uint64_t nextSequence_ = 0;
