@@ -17,12 +17,11 @@ constexpr bool announcesDroppedByte(std::uint8_t type) {
 }
 
 template <class Message>
-std::optional<Command> decode(const Data& payload) {
-  Message message;
-  if (!message.ParseFromArray(payload.data(), static_cast<int>(payload.size()))) {
-    return std::nullopt;
-  }
-  return message;
+std::optional<Command> decodeAs(DataView payload) {
+  std::optional<Command> command(std::in_place, std::in_place_type<Message>);
+  auto& message = std::get<Message>(*command);
+  if (!message.ParseFromArray(payload.data(), static_cast<int>(payload.size()))) command.reset();
+  return command;
 }
 
 }  // namespace
@@ -39,7 +38,7 @@ void CommandParser::parseData(DataView data) {
 }
 
 void CommandParser::reset() {
-  currentBuffer_.reset();
+  currentBuffer_.clear();
   activeCommandType_.reset();
   dataLength0_.reset();
   dataLength1_.reset();
@@ -84,43 +83,45 @@ DataView CommandParser::parseDataLength1(DataView data) {
 
 DataView CommandParser::fillBuffer(DataView data) {
   const auto length = static_cast<std::size_t>(*activeDataLength_);
-  if (!currentBuffer_) currentBuffer_.emplace().reserve(length);
-  const auto taken = std::min(length - currentBuffer_->size(), data.size());
-  currentBuffer_->insert(currentBuffer_->end(), data.begin(),
-                         data.begin() + static_cast<std::ptrdiff_t>(taken));
-  if (currentBuffer_->size() == length) didFillBuffer();
-  return data.subspan(taken);
+  const auto taken = data.first(std::min(length - currentBuffer_.size(), data.size()));
+  if (taken.size() == length) {
+    didFillBuffer(taken);
+  } else {
+    currentBuffer_.reserve(length);
+    currentBuffer_.insert(currentBuffer_.end(), taken.begin(), taken.end());
+    if (currentBuffer_.size() == length) didFillBuffer(currentBuffer_);
+  }
+  return data.subspan(taken.size());
 }
 
-void CommandParser::didFillBuffer() {
-  if (const auto command = decodeBuffer()) delegate_->didParseCommand(*this, *command);
+void CommandParser::didFillBuffer(DataView payload) {
+  if (const auto command = decode(payload)) delegate_->didParseCommand(*this, *command);
   reset();
 }
 
-std::optional<Command> CommandParser::decodeBuffer() const {
-  const auto& payload = *currentBuffer_;
+std::optional<Command> CommandParser::decode(DataView payload) const {
   std::optional<Command> command;
   switch (*activeCommandType_) {
     case CommandType::parcel:
-      command = decode<::Parcel>(payload);
+      command = decodeAs<::Parcel>(payload);
       break;
     case CommandType::log:
-      command = decode<::LogCommand>(payload);
+      command = decodeAs<::LogCommand>(payload);
       break;
     case CommandType::quality:
-      command = decode<::QualityCommand>(payload);
+      command = decodeAs<::QualityCommand>(payload);
       break;
     case CommandType::battery:
-      command = decode<::BatteryCommand>(payload);
+      command = decodeAs<::BatteryCommand>(payload);
       break;
     case CommandType::info:
-      command = decode<::InfoCommand>(payload);
+      command = decodeAs<::InfoCommand>(payload);
       break;
     case CommandType::sleep:
-      command = decode<::SleepCommand>(payload);
+      command = decodeAs<::SleepCommand>(payload);
       break;
     case CommandType::settings:
-      command = decode<::SettingsCommand>(payload);
+      command = decodeAs<::SettingsCommand>(payload);
       break;
     default:
       log.debug("didFillBuffer()", [&] {

@@ -36,8 +36,9 @@ class TANDRELL_API CommandParserDelegate {
 /// dropped, and parsing goes on with the next byte. A frame without payload is complete only when
 /// the byte after its header arrives, and then decodes to a message of defaults.
 ///
-/// Holds no lock: `parseData` and `reset` are called from one thread at a time. A payload byte is
-/// copied once, into a buffer that is made once per frame with the announced size.
+/// Holds no lock: `parseData` and `reset` are called from one thread at a time. A frame that lies
+/// whole in a notification is decoded where it lies; a payload byte of another is copied once, into
+/// a buffer of the announced size that serves frame after frame.
 class TANDRELL_API CommandParser {
  public:
   /// Largest payload that the device is known to send, in bytes.
@@ -61,15 +62,15 @@ class TANDRELL_API CommandParser {
   DataView parseDataLength1(DataView data);
   DataView parseContent(DataView data);
   DataView fillBuffer(DataView data);
-  void didFillBuffer();
-  std::optional<Command> decodeBuffer() const;
+  void didFillBuffer(DataView payload);
+  std::optional<Command> decode(DataView payload) const;
 
   std::shared_ptr<CommandParserDelegate> delegate_;
   std::optional<CommandType::Type> activeCommandType_;
   std::optional<int> activeDataLength_;
   std::optional<std::uint8_t> dataLength0_;
   std::optional<std::uint8_t> dataLength1_;
-  std::optional<Data> currentBuffer_;
+  Data currentBuffer_;  // empty where the payload has not begun
   std::size_t byteIgnoreCount_ = 0;
 };
 
