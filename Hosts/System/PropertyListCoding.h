@@ -14,7 +14,8 @@ namespace tandrell {
 /// exactly, NaN and the sign of zero included.
 Data encode(const PropertyList& list);
 
-/// Absent for anything that `encode` does not make.
+/// Absent for anything that `encode` does not make of a list of at most
+/// `PropertyList::maximumDepth` levels, however long and however deep.
 std::optional<PropertyList> decode(DataView bytes);
 
 }  // namespace tandrell

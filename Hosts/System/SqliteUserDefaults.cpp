@@ -129,6 +129,9 @@ SqliteUserDefaults::SqliteUserDefaults(std::unique_ptr<Store> store) : store_(st
 SqliteUserDefaults::~SqliteUserDefaults() = default;
 
 void SqliteUserDefaults::setObject(const PropertyList& object, std::string_view key) {
+  if (object.isDeeperThan(PropertyList::maximumDepth)) {
+    return report(store_->failure(UserDefaultsError::changeFailed, key, "nested too deep"));
+  }
   report(store_->change(store_->replace, key, encode(object)));
 }
 

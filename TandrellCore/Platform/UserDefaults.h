@@ -4,6 +4,7 @@
 #include <TandrellCore/Platform/Date.h>
 #include <TandrellCore/Platform/Export.h>
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,7 +23,13 @@ struct PropertyList {
   using Value =
       std::variant<bool, std::int64_t, double, float, std::string, Data, Date, Array, Map>;
 
+  /// How many arrays and maps may lie one in another for a store to keep the value.
+  static constexpr std::size_t maximumDepth = 64;
+
   Value value;  ///< of exactly one kind
+
+  /// Whether more than so many arrays and maps lie one in another.
+  TANDRELL_API bool isDeeperThan(std::size_t levels) const;
 
   friend bool operator==(const PropertyList& a, const PropertyList& b) {
     return a.value == b.value;

@@ -109,7 +109,7 @@ TEST_F(SqliteUserDefaultsTest, WhatCannotBeOpenedSaysWhy) {
 TEST_F(SqliteUserDefaultsTest, FailuresAfterOpeningGoToTheHandler) {
   const auto store = open();
   store->setObject({true}, "key");
-  runSql("INSERT INTO entries VALUES('odd', X'8201'), ('none', X'')");
+  runSql("INSERT INTO entries VALUES('odd', X'9BFFFFFFFFFFFFFFFE'), ('none', X'')");
   EXPECT_FALSE(store->object("odd"));
   EXPECT_FALSE(store->object("none"));
   ASSERT_EQ(errors_.size(), 2u);

@@ -1,3 +1,4 @@
+#include <Hosts/System/PropertyListCoding.h>
 #include <Hosts/System/SqliteUserDefaults.h>
 #include <Simulator/MemoryUserDefaults.h>
 #include <Tests/Hosts/TemporaryFolder.h>
@@ -8,6 +9,7 @@
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -79,6 +81,51 @@ TEST_P(UserDefaultsContract, EveryKindComesBackAsItWas) {
   map[List{List::Array{}}] = List{List::Map{}};
   map[List{List::Map{}}] = List{List::Map{{List{1.0}, List{1.0f}}}};
   EXPECT_EQ(stored({map}), List{map});
+}
+
+/// An array within an array, and so on.
+PropertyList nested(std::size_t levels) {
+  PropertyList list{true};
+  for (std::size_t i = 0; i < levels; ++i) list = {PropertyList::Array{std::move(list)}};
+  return list;
+}
+
+TEST(PropertyListCoding, WhateverTheBytesTheyAreReadOrRefused) {
+  const auto check = [](const Data& bytes) {
+    const auto list = decode(bytes);
+    EXPECT_TRUE(!list || encode(*list).size() == bytes.size()) << testing::PrintToString(bytes);
+  };
+  using Array = PropertyList::Array;
+  const auto entry = encode(
+      {PropertyList::Map{{{std::string("name")}, {Data(30, 7)}},
+                         {{std::int64_t{-70'000}},
+                          {Array{{true}, {0.5f}, {2.5}, {Date()}, {std::int64_t{1} << 40}}}}}});
+  for (std::size_t i = 0; i < entry.size(); ++i) {
+    auto changed = entry;
+    while (++changed[i] != entry[i]) check(changed);
+    EXPECT_FALSE(decode({entry.data(), i})) << "cut off";
+  }
+  std::mt19937 random(9);
+  for (int i = 0; i < 5'000; ++i) {
+    Data bytes(1 + random() % 24);
+    for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random());
+    check(bytes);
+    if (bytes.size() > 2) bytes[0] = 0x82, bytes[1] %= 9;  // a value of some kind
+    check(bytes);
+  }
+  for (const std::uint8_t head : {0x5B, 0x7B, 0x9B, 0xBB}) {  // of all but endless length
+    for (const std::uint8_t kind : {4, 5, 7, 8}) {
+      EXPECT_FALSE(decode(Data{0x82, kind, head, 255, 255, 255, 255, 255, 255, 255, 254}));
+    }
+    EXPECT_FALSE(decode(Data{head, 255, 255, 255, 255, 255, 255, 255, 254}));
+  }
+  for (const std::uint8_t byte : {0x81, 0x82, 0x5F, 0x7F, 0x9F, 0xBF, 0xC0}) {
+    EXPECT_FALSE(decode(Data(200'000, byte)));
+  }
+  const auto deepest = nested(PropertyList::maximumDepth);
+  EXPECT_EQ(decode(encode(deepest)), deepest);
+  EXPECT_FALSE(decode(encode(nested(PropertyList::maximumDepth + 1))));
+  EXPECT_FALSE(decode(encode(nested(1'000))));
 }
 
 }  // namespace

@@ -60,7 +60,8 @@ class Reader {
  public:
   explicit Reader(const std::string& text) : words_(text) {}
 
-  std::optional<PropertyList> list();
+  /// At most so many arrays and maps one in another: a damaged file must not exhaust the stack.
+  std::optional<PropertyList> list(std::size_t levels = PropertyList::maximumDepth);
   bool isAtEnd() { return word().empty(); }
 
  private:
@@ -80,8 +81,8 @@ class Reader {
     return text ? std::optional(PropertyList{Data(text->begin(), text->end())}) : std::nullopt;
   }
 
-  std::optional<PropertyList> array();
-  std::optional<PropertyList> map();
+  std::optional<PropertyList> array(std::size_t levels);
+  std::optional<PropertyList> map(std::size_t levels);
 
   std::istringstream words_;
 };
@@ -92,7 +93,7 @@ std::optional<PropertyList> listOf(const std::optional<Value>& value, Make make)
   return value ? std::optional(PropertyList{make(*value)}) : std::nullopt;
 }
 
-std::optional<PropertyList> Reader::list() {
+std::optional<PropertyList> Reader::list(std::size_t levels) {
   const auto same = [](const auto& value) { return value; };
   const auto kind = word();
   if (kind == "boolean") return listOf(number<unsigned>(10), [](auto bit) { return bit != 0; });
@@ -108,30 +109,31 @@ std::optional<PropertyList> Reader::list() {
       return Date::sinceReferenceDate(std::bit_cast<double>(bits));
     });
   }
-  if (kind == "array") return array();
-  if (kind == "map") return map();
+  if (levels == 0) return std::nullopt;
+  if (kind == "array") return array(levels - 1);
+  if (kind == "map") return map(levels - 1);
   return std::nullopt;
 }
 
-std::optional<PropertyList> Reader::array() {
+std::optional<PropertyList> Reader::array(std::size_t levels) {
   const auto count = number<std::size_t>(10);
   if (!count) return std::nullopt;
   PropertyList::Array values;
   while (values.size() < *count) {
-    auto value = list();
+    auto value = list(levels);
     if (!value) return std::nullopt;
     values.push_back(std::move(*value));
   }
   return PropertyList{std::move(values)};
 }
 
-std::optional<PropertyList> Reader::map() {
+std::optional<PropertyList> Reader::map(std::size_t levels) {
   const auto count = number<std::size_t>(10);
   if (!count) return std::nullopt;
   PropertyList::Map values;
   for (std::size_t i = 0; i < *count; ++i) {
-    auto key = list();
-    auto value = key ? list() : std::nullopt;
+    auto key = list(levels);
+    auto value = key ? list(levels) : std::nullopt;
     if (!value) return std::nullopt;
     values.emplace(std::move(*key), std::move(*value));
   }

@@ -20,5 +20,5 @@ std::optional<std::string> fromWord(std::string_view word);
 /// pairs, follow.
 std::string toText(const tandrell::PropertyList& list);
 
-/// Absent for anything that `toText` does not make.
+/// Absent for anything that `toText` does not make of at most `PropertyList::maximumDepth` levels.
 std::optional<tandrell::PropertyList> fromText(const std::string& text);

@@ -1,0 +1,19 @@
+#include <TandrellCore/Platform/UserDefaults.h>
+
+#include <algorithm>
+
+namespace tandrell {
+
+bool PropertyList::isDeeperThan(std::size_t levels) const {
+  const auto isDeeper = [&](const PropertyList& inner) { return inner.isDeeperThan(levels - 1); };
+  if (const auto* array = std::get_if<Array>(&value)) {
+    return levels == 0 || std::ranges::any_of(*array, isDeeper);
+  }
+  const auto* map = std::get_if<Map>(&value);
+  if (!map) return false;
+  return levels == 0 || std::ranges::any_of(*map, [&](const auto& entry) {
+           return isDeeper(entry.first) || isDeeper(entry.second);
+         });
+}
+
+}  // namespace tandrell
