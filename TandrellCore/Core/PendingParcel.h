@@ -25,7 +25,7 @@ using PendingParcels = std::map<std::uint32_t, PendingParcel>;
 PendingParcel makePendingParcel(const ::Parcel& parcel, Date date);
 
 /// The link's own report on a parcel that will not be delivered: its id, the status `error` and a
-/// package with nothing but its type.
+/// package with nothing but its type. A type that the message cannot hold stays an unknown one.
 ::Parcel buildErrorParcelFromPending(const PendingParcel& pending);
 
 /// An object with the three fields.

@@ -10,8 +10,10 @@
 #include <google/protobuf/message.h>
 
 #include <concepts>
+#include <exception>
 #include <optional>
 #include <string>
+#include <utility>
 
 namespace tandrell {
 
@@ -41,19 +43,24 @@ template <class T>
 class CodableDefaultMapper : public DefaultMapper<T> {
  public:
   void putValue(const T& value, const std::string& key, UserDefaults& userDefaults) override {
+    std::string text;
     try {
-      const std::string text = JsonCodec<T>::encode(value).dump();
-      userDefaults.setObject({copyOf(viewOf(text))}, key);
-    } catch (const Json::exception& error) {
-      mapperLog::putFailed("putValue: failed to encode json", error.what());
+      const Json json = JsonCodec<T>::encode(value);
+      if (!isFinite(json)) {
+        return mapperLog::putFailed("putValue: failed to encode json", "a number is not finite");
+      }
+      text = json.dump();
+    } catch (const std::exception& error) {
+      return mapperLog::putFailed("putValue: failed to encode json", error.what());
     }
+    userDefaults.setObject({copyOf(viewOf(text))}, key);
   }
   std::optional<T> getValue(const std::string& key, const UserDefaults& userDefaults) override {
     const auto data = userDefaults.data(key);
     if (!data) return std::nullopt;
     try {
       return JsonCodec<T>::decode(Json::parse(data->begin(), data->end()));
-    } catch (const Json::exception& error) {
+    } catch (const std::exception& error) {
       mapperLog::getFailed("getValue: failed to decode json", error.what());
       return std::nullopt;
     }
@@ -66,7 +73,9 @@ class ProtoDefaultMapper : public DefaultMapper<T> {
  public:
   void putValue(const T& value, const std::string& key, UserDefaults& userDefaults) override {
     Data data(value.ByteSizeLong());
-    if (!value.SerializeToArray(data.data(), static_cast<int>(data.size()))) {
+    // The runtime itself writes messages without their required fields.
+    if (!value.IsInitialized() ||
+        !value.SerializeToArray(data.data(), static_cast<int>(data.size()))) {
       mapperLog::putFailed("putValue: failed to encode protobuf", "message cannot be encoded");
       return;
     }
@@ -76,7 +85,11 @@ class ProtoDefaultMapper : public DefaultMapper<T> {
     const auto data = userDefaults.data(key);
     if (!data) return std::nullopt;
     T value;
-    if (value.ParseFromArray(data->data(), static_cast<int>(data->size()))) return value;
+    if (std::in_range<int>(data->size()) &&
+        value.ParsePartialFromArray(data->data(), static_cast<int>(data->size())) &&
+        value.IsInitialized()) {
+      return value;
+    }
     mapperLog::getFailed("getValue: failed to decode protobuf", "malformed or truncated message");
     return std::nullopt;
   }

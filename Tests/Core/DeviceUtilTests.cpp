@@ -187,9 +187,35 @@ TEST(PendingParcel, IsReadBackFromTextOfAnotherWriter) {
   ASSERT_EQ(parcels.size(), 1u);
   EXPECT_EQ(parcels.at(12).packageType, 6);
   EXPECT_EQ(parcels.at(12).date, Date::sinceReferenceDate(722000000));
-  for (const auto* text : {"{}", "[1]", "[1,2]", "[-1,{}]", "[4294967296,{}]",
-                           R"([1,{"parcelId":1,"packageType":"x","date":0}])"}) {
+  const auto record = [](std::string id, std::string type, std::string date) {
+    return "[1,{\"parcelId\":" + id + ",\"packageType\":" + type + ",\"date\":" + date + "}]";
+  };
+  std::vector<std::string> texts = {"{}",
+                                    "[1]",
+                                    "[1,2]",
+                                    "[-1,{}]",
+                                    "[4294967296,{}]",
+                                    "[true,{}]",
+                                    record("1", "0", "null"),
+                                    record("1", "0", "true")};
+  for (const auto* number : {"-1", "5000000000", "4294967296", "1.9", "1e300", "true", "\"x\""}) {
+    texts.push_back(record(number, "0", "0"));
+  }
+  for (const auto* number : {"9223372036854775808", "-9223372036854775809", "1e300", "true"}) {
+    texts.push_back(record("1", number, "0"));
+  }
+  for (const auto& text : texts) {
     EXPECT_THROW(JsonCodec<PendingParcels>::decode(Json::parse(text)), Json::exception) << text;
+  }
+}
+
+TEST(PendingParcel, IsReportedWithItsTypeOrAnUnknownOne) {
+  const auto reported = [](std::int64_t type) {
+    return static_cast<int>(buildErrorParcelFromPending({1, type, Date()}).package().type());
+  };
+  for (const int type : {0, 6, 42, -7, 0x7FFF'FFFF}) EXPECT_EQ(reported(type), type);
+  for (const std::int64_t type : {(1LL << 32) + 6, 1LL << 32, (1LL << 62) + 1, -(1LL << 32) + 2}) {
+    EXPECT_FALSE(::Package::Type_IsValid(reported(type))) << type;
   }
 }
 

@@ -6,6 +6,7 @@
 #include <Tests/Support/LogCapture.h>
 
 #include <gmock/gmock.h>
+#include <google/protobuf/descriptor.pb.h>
 #include <gtest/gtest.h>
 
 namespace tandrell::test {
@@ -120,6 +121,44 @@ TEST_F(DefaultStoreTest, WhatCannotBeConvertedIsLoggedAndLeavesTheEntry) {
   proto->setValue(parcel);
   EXPECT_EQ(store->data("A"), (Data{0x10, 0x07}));
   EXPECT_EQ(proto->value()->id(), 7u);
+  using Incomplete = google::protobuf::UninterpretedOption::NamePart;  // lacks required fields
+  log.clear();
+  AppDefault<Incomplete>::with<ProtoDefaultMapper>("A", store)->setValue(Incomplete());
+  EXPECT_EQ(store->data("A"), (Data{0x10, 0x07}));
+  EXPECT_FALSE(AppDefault<Incomplete>::with<ProtoDefaultMapper>("A", store)->value());
+  EXPECT_EQ(log.lines().size(), 2u);
+}
+
+TEST_F(DefaultStoreTest, ANumberIsReadWhereItFitsAndWrittenWhereItIsFinite) {
+  enum class Small : std::uint8_t {};
+  const auto isRead = [this](auto like, std::string_view text) {
+    storeText(text);
+    return codable<decltype(like)>()->value().has_value();
+  };
+  for (const auto* text : {"300", "256", "-1", "true", "1.9", "1e300", "1e999", "null", "\"1\""}) {
+    EXPECT_FALSE(isRead(std::uint8_t{}, text)) << text;
+    EXPECT_FALSE(isRead(Small{}, text)) << text;
+    EXPECT_FALSE(isRead(std::vector<std::uint8_t>(), fmt::format("[1,{}]", text))) << text;
+    EXPECT_FALSE(isRead(std::map<std::string, Small>(), fmt::format("{{\"a\":{}}}", text))) << text;
+    EXPECT_FALSE(isRead(std::map<std::uint8_t, int>(), fmt::format("[{},1]", text))) << text;
+  }
+  EXPECT_TRUE(isRead(std::uint8_t{}, "255") && isRead(std::int8_t{}, "-128"));
+  EXPECT_FALSE(isRead(std::int8_t{}, "-129") || isRead(std::int8_t{}, "128"));
+  EXPECT_TRUE(isRead(std::uint64_t{}, "18446744073709551615") && isRead(0.f, "1"));
+  EXPECT_FALSE(isRead(std::int64_t{}, "9223372036854775808") || isRead(0.f, "1e300"));
+  EXPECT_FALSE(isRead(0, std::string(200'000, '['))) << "at any depth";
+
+  storeText("[1.5]");
+  for (const double number : {std::nan(""), HUGE_VAL, -HUGE_VAL}) {
+    log.clear();
+    codable<std::vector<double>>()->setValue(std::vector{0.5, number});
+    codable<float>()->setValue(static_cast<float>(number));
+    codable<std::map<int, Date>>()->setValue({{{1, Date::sinceReferenceDate(number)}}});
+    EXPECT_EQ(storedText("A"), "[1.5]");
+    EXPECT_THAT(log.texts(LogFacadeLevel::error),
+                testing::Each(StartsWith("putValue: failed to encode json; error=")));
+    EXPECT_EQ(log.lines().size(), 3u);
+  }
 }
 
 TEST_F(DefaultStoreTest, EligibleValuesAreStoredAsTheyAre) {
