@@ -14,6 +14,7 @@
 #include <Simulator/SimulatedRadio.h>
 #include <TandrellCore/Api/TandrellDevice.h>
 
+#include <atomic>
 #include <future>
 #include <iostream>
 #include <memory>
@@ -80,17 +81,22 @@ bool secondLife(const Store& store, std::uint32_t waiting) {
   std::promise<void> isDelivered;
   const Life life(store, tandrell::Reception::available);
   const auto again = life.makeMessage("Back on Sunday.");
+  std::atomic<bool> isReported = false;
   const auto reports = life.link->parcel().observe([&](const ::Parcel& parcel) {
     if (parcel.id() == waiting && parcel.status() == tandrell::ParcelStatus::error) {
       std::cout << "the second message was not sent, says the store: once more" << std::endl;
-      life.device->send(again);
+      isReported = true;
     }
     if (parcel.id() == again->parcelId() && parcel.status() == tandrell::ParcelStatus::delivered) {
       std::cout << "delivered" << std::endl;
       isDelivered.set_value();
     }
   });
-  life.device->toggleScan().then([&](auto) { life.link->errorWaitingParcels(); });
+  // Before anything is sent: with a send the list of those that wait is written anew.
+  life.link->errorWaitingParcels();
+  life.device->toggleScan().then([&](auto) {
+    if (isReported) life.device->send(again);
+  });
   return comes(isDelivered);
 }
 

@@ -58,8 +58,9 @@ class TANDRELL_API DeviceUtil {
   /// Queues the parcel. Fulfilled with it once the device has acknowledged all its bytes (not when
   /// it is delivered: that arrives on `parcel`). Rejected with the write's error, or with
   /// `DeviceError::transferAborted` when the link is disconnected before its turn. Before the first
-  /// `toggleScan()` it waits for the connection. The device may be given it more than once, always
-  /// with the same id: after a lost link, and on a late final report on an earlier parcel.
+  /// `toggleScan()` it waits for the connection; alone it is not in the stored list yet. The device
+  /// may be given it more than once, always with the same id: after a lost link, and on a late final
+  /// report on an earlier parcel.
   /// Tracking-session parcels that wait together are merged into the first of them; the promises of
   /// the others stay pending, as does that of a parcel that timed out.
   virtual Promise<::Parcel> send(const ::Parcel& parcel) = 0;
@@ -73,7 +74,8 @@ class TANDRELL_API DeviceUtil {
   virtual Promise<::SettingsCommand> updateSettings(const ::SettingsCommand& settings) = 0;
 
   /// Reports the parcels that were still queued when the application last stopped as parcels in
-  /// error on `parcel`, once. Call it at start-up, after observing `parcel`.
+  /// error on `parcel`, once. Call it at start-up, after observing `parcel` and before scanning and
+  /// sending: what is queued takes the place of the stored list, and a disconnection clears it.
   virtual void errorWaitingParcels() = 0;
 };
 

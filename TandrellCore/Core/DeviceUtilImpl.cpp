@@ -288,7 +288,7 @@ void DeviceUtilImpl::startNextTask() {
   if (!current) {
     log.verbose(operation, [] { return "startNextTask: failed. session is nil"; });
     taskSafe_.waitsForSession = true;
-    return reloadWaitingParcels();
+    return;
   }
   taskSafe_.waitsForSession = false;
   log.debug(operation,

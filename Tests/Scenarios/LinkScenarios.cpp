@@ -159,6 +159,7 @@ TEST(Scenario, ARestartReportsWhatWaitedAndTheNewLifeTimesOutWhatWasPending) {
   world.time->advance(100s);
   world.parcels.clear();
   world.startApplication();
+  (void)world.link->send(World::message(9, "sent too early"));
   world.link->errorWaitingParcels();
   world.time->runDue();
   EXPECT_THAT(world.statusesOf(2), ElementsAre(error));
@@ -170,6 +171,8 @@ TEST(Scenario, ARestartReportsWhatWaitedAndTheNewLifeTimesOutWhatWasPending) {
   ASSERT_TRUE(world.connect()) << "the link that was left open is taken over";
   world.time->advance(31s);
   EXPECT_THAT(world.statusesOf(1), ElementsAre(error));
+  EXPECT_EQ(world.timesReceived(9), 1u);
+  EXPECT_THAT(world.statusesOf(9), IsEmpty());
 }
 
 TEST(Scenario, AnExpiredIdentifierResetsTheConnection) {
