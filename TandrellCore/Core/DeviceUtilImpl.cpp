@@ -291,9 +291,14 @@ void DeviceUtilImpl::startNextTask() {
     return;
   }
   taskSafe_.waitsForSession = false;
+  const auto& task = taskSafe_.taskQueue.front();
+  if (*task.openWrites > MaximumWaitingRewrites) {
+    return log.warning(operation, [&] {
+      return fmt::format("startNextTask: rewrite left out; parcelId={}", task.parcel.id());
+    });
+  }
   log.debug(operation,
             [&] { return fmt::format("startNextTask: count={}", taskSafe_.taskQueue.size()); });
-  const auto& task = taskSafe_.taskQueue.front();
   task.start(*current);
   activityState_.publish(DeviceActivityState::sending);
   log.debug(operation, [] {

@@ -55,6 +55,8 @@ class DeviceUtilImpl final : public DeviceUtil,
   static constexpr std::chrono::seconds ReconnectGracePeriod{30};
   /// From an expired identifier to the new connection.
   static constexpr std::chrono::milliseconds ResetConnectionDelay{100};
+  /// How often the head may be queued again behind a write of its own.
+  static constexpr int MaximumWaitingRewrites = 16;
 
   struct ParserDelegate;
   using ScanPromise = std::optional<Promise<DeviceConnectionState>>;

@@ -17,12 +17,15 @@ void ParcelTask::start(BleSession& session) const {
   log.verbose(operation, [&] {
     return fmt::format("willWrite: length={}; data={}", data.size(), base64(data));
   });
+  ++*openWrites;
   session.writeData(BleConfig::DeviceUUIDs::ReceivingChar, data)
       .then([task = *this](const Data&) {
+        --*task.openWrites;
         log.debug(operation, [] { return "start: parcel send success"; });
         task.promise.fulfill(task.parcel);
       })
       .onError([task = *this](const Error& error) {
+        --*task.openWrites;
         log.debug(operation,
                   [&] { return "start: parcel send failure; error=" + error.description(); });
         task.promise.reject(error);

@@ -6,6 +6,8 @@
 #include <TandrellCore/Proto/Device.pb.h>
 #include <TandrellCore/Utility/Safe.h>
 
+#include <atomic>
+#include <memory>
 #include <vector>
 
 namespace tandrell {
@@ -14,6 +16,9 @@ namespace tandrell {
 struct ParcelTask {
   ::Parcel parcel;
   Promise<::Parcel> promise;
+  /// Writes that were started and have not ended: the one under way and those behind it. Copies of
+  /// a task count together.
+  std::shared_ptr<std::atomic<int>> openWrites = std::make_shared<std::atomic<int>>(0);
 
   /// Frames the parcel and writes it through the session; the promise takes the write's outcome.
   void start(BleSession& session) const;

@@ -1,5 +1,6 @@
 #include <TandrellCore/Core/PendingParcel.h>
 #include <TandrellCore/Utility/Extensions/Command+Tools.h>
+#include <Tests/Support/LogCapture.h>
 #include <Tests/Support/ScriptedRadio.h>
 #include <Tests/Support/TestEnvironment.h>
 #include <Tests/Support/World.h>
@@ -164,6 +165,22 @@ TEST(DeviceUtil, WritesTheHeadAgainWhenAParcelBehindItIsReported) {
   world.time->advance(10s);
   EXPECT_EQ(world.timesReceived(1), 2u);
   EXPECT_EQ(world.timesReceived(2), 0u);
+
+  // A flood of reports on what nobody sent: of the first rewrite's equals sixteen may wait.
+  report.set_id(99);
+  Data flood;
+  for (int i = 0; i < 40; ++i) {
+    const auto frame = prepareForWrite(report);
+    flood.insert(flood.end(), frame.begin(), frame.end());
+  }
+  const auto changes = world.defaults->changes();
+  auto& log = LogCapture::start();
+  world.communicator->sendRaw(flood);
+  world.time->advance(60s);
+  EXPECT_EQ(world.timesReceived(1), 2u + 17u);
+  EXPECT_EQ(world.defaults->changes() - changes, 17u * 2);
+  EXPECT_EQ(log.texts(LogFacadeLevel::warning),
+            std::vector<std::string>(23, "startNextTask: rewrite left out; parcelId=1"));
   report.set_id(1);
   world.communicator->sendParcel(report);
   world.time->advance(1s);
