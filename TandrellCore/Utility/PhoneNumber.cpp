@@ -11,8 +11,16 @@ namespace {
 constexpr SourceLog log("Utility/PhoneNumber");
 constexpr std::string_view formatOperation = "format(_:)";
 constexpr const char* fallbackRegion = "US";
+// In bytes, with all that people write around the digits. The work grows with the square.
+constexpr std::size_t longestNumber = 250;
 
 using Library = i18n::phonenumbers::PhoneNumberUtil;
+
+bool parse(const Library& library, const std::string& text, const std::string& region,
+           i18n::phonenumbers::PhoneNumber& number) {
+  return text.size() <= longestNumber &&
+         library.Parse(text, region, &number) == Library::NO_PARSING_ERROR;
+}
 
 std::string e164(const Library& library, const i18n::phonenumbers::PhoneNumber& number) {
   std::string text;
@@ -62,8 +70,7 @@ Result<std::string> PhoneNumberUtil::format(const std::string& phoneNumber) cons
 Result<std::string> PhoneNumberUtil::formatPrimary(Parser parser,
                                                    const std::string& phoneNumber) const {
   i18n::phonenumbers::PhoneNumber number;
-  if (parser->Parse(phoneNumber, defaultRegion_, &number) != Library::NO_PARSING_ERROR ||
-      !parser->IsValidNumber(number)) {
+  if (!parse(*parser, phoneNumber, defaultRegion_, number) || !parser->IsValidNumber(number)) {
     return Result<std::string>::error(FormatError::notANumber);
   }
   return Result<std::string>::success(e164(*parser, number));
@@ -71,7 +78,7 @@ Result<std::string> PhoneNumberUtil::formatPrimary(Parser parser,
 
 Result<std::string> PhoneNumberUtil::formatFallback(Parser parser, const std::string& phoneNumber) {
   i18n::phonenumbers::PhoneNumber number;
-  if (parser->Parse(phoneNumber, fallbackRegion, &number) != Library::NO_PARSING_ERROR) {
+  if (!parse(*parser, phoneNumber, fallbackRegion, number)) {
     return Result<std::string>::error(FormatError::notANumber);
   }
   return Result<std::string>::success(e164(*parser, number));

@@ -30,7 +30,7 @@ class TANDRELL_API PhoneNumberUtil {
 
   /// First as a valid number of some kind in the device's region, then, without demanding validity,
   /// as dialled in the United States. Fails for an empty text (a debug build stops there) and when
-  /// both passes fail; every failure is logged.
+  /// both passes fail, as they do for more than 250 bytes; every failure is logged.
   Result<std::string> format(const std::string& phoneNumber) const;
 
  private:

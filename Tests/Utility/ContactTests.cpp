@@ -33,10 +33,15 @@ TEST(PhoneNumber, IsReadInTheRegionOfTheDeviceAndThenInTheUnitedStates) {
   EXPECT_EQ(log.lines().size(), 1u);
   EXPECT_EQ(build("555"), "+1555") << "the second pass does not demand a valid number";
 
-  EXPECT_EQ(build("hello"), "absent");
-  EXPECT_EQ(log.texts(LogFacadeLevel::debug).size(), 1u);
-  EXPECT_THAT(log.texts(LogFacadeLevel::error),
-              ElementsAre(StartsWith("formatPhoneNumber: failed; error=")));
+  const std::string padded = "+442079460018" + std::string(237, ' ');
+  EXPECT_EQ(build(padded.c_str()), "+442079460018");
+  // The last one would take the library minutes.
+  for (const auto& text : {std::string("hello"), padded + ' ', std::string(64'000, '1')}) {
+    EXPECT_EQ(build(text.c_str()), "absent");
+    EXPECT_EQ(log.texts(LogFacadeLevel::debug).size(), 1u);
+    EXPECT_THAT(log.texts(LogFacadeLevel::error),
+                ElementsAre(StartsWith("formatPhoneNumber: failed; error=")));
+  }
 }
 
 #ifndef NDEBUG
