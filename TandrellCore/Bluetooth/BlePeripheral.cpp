@@ -17,6 +17,12 @@ bool asksForBonding(const Error& error) {
 
 }  // namespace
 
+bool BleService::isComplete() const {
+  return std::ranges::all_of(serviceInfo.charInfos, [this](const auto& charInfo) {
+    return characteristics.contains(charInfo.uuid);
+  });
+}
+
 std::shared_ptr<BlePeripheral> BlePeripheral::make(PeripheralPtr peripheral, Callbacks callbacks) {
   std::shared_ptr<BlePeripheral> record(
       new BlePeripheral(std::move(peripheral), std::move(callbacks)));
@@ -27,10 +33,10 @@ std::shared_ptr<BlePeripheral> BlePeripheral::make(PeripheralPtr peripheral, Cal
 BlePeripheral::BlePeripheral(PeripheralPtr peripheral, Callbacks callbacks)
     : peripheral(std::move(peripheral)), callbacks_(std::move(callbacks)) {}
 
-bool BlePeripheral::carries(const Uuid& serviceUUID) const {
-  return services.contains(serviceUUID) ||
-         std::find(advertisedServices.begin(), advertisedServices.end(), serviceUUID) !=
-             advertisedServices.end();
+bool BlePeripheral::mayCarry(const Uuid& serviceUUID) const {
+  if (isEnding) return false;
+  if (servicesFound_) return services.contains(serviceUUID);
+  return isRestored || std::ranges::count(advertisedServices, serviceUUID) > 0;
 }
 
 std::optional<GattCharacteristic> BlePeripheral::find(const Uuid& serviceUUID,
@@ -51,6 +57,7 @@ std::optional<GattCharacteristic> BlePeripheral::find(const Uuid& serviceUUID,
 
 void BlePeripheral::didDiscoverServices(const std::vector<GattService>& found,
                                         const std::optional<Error>& error) {
+  if (isEnding) return;
   constexpr std::string_view operation = "peripheral(_:didDiscoverServices:)";
   if (error) {
     log.error(operation, [&] {
@@ -67,14 +74,24 @@ void BlePeripheral::didDiscoverServices(const std::vector<GattService>& found,
       });
       continue;
     }
-    services.insert_or_assign(service.uuid, BleService{service, *info, {}});
+    auto& entry = services[service.uuid];
+    entry = {service, *info, {}, entry.answersDue + 1};
     peripheral->discoverCharacteristics(service);
   }
+  servicesFound_ = true;
+  if (lacksService()) callbacks_.didLackExpected(*this);
+}
+
+bool BlePeripheral::lacksService() const {
+  if (isRestored) return services.empty();
+  return std::ranges::any_of(advertisedServices,
+                             [this](const Uuid& uuid) { return !services.contains(uuid); });
 }
 
 void BlePeripheral::didDiscoverCharacteristics(
     const GattService& service, const std::vector<GattCharacteristic>& characteristics,
     const std::optional<Error>& error) {
+  if (isEnding) return;
   if (error) {
     log.error("peripheral(_:didDiscoverCharacteristicsFor:error:)", [&] {
       return "peripheralDidDiscoverCharacteristics: received error; error=" + describe(error);
@@ -82,29 +99,34 @@ void BlePeripheral::didDiscoverCharacteristics(
     callbacks_.didFailDiscovery(*this);
     return;
   }
-  const auto found = services.find(service.uuid);
-  if (found == services.end()) return;
-  for (const auto& characteristic : characteristics) takeIn(found->second, characteristic);
-  const auto& [foundService, info, present] = found->second;
-  const bool fulfilled =
-      std::all_of(info.charInfos.begin(), info.charInfos.end(),
-                  [&](const auto& charInfo) { return present.contains(charInfo.uuid); });
-  if (fulfilled) callbacks_.didFulfillService(*this, info);
+  const auto entry = services.find(service.uuid);
+  if (entry == services.end()) return;
+  auto& found = entry->second;
+  for (const auto& [uuid, type] : found.serviceInfo.charInfos) {
+    const auto match = std::ranges::find(characteristics, uuid, &GattCharacteristic::uuid);
+    if (match != characteristics.end())
+      found.characteristics.insert_or_assign(uuid, BleCharacteristic{*match});
+  }
+  const bool last = --found.answersDue == 0;
+  if (!found.isComplete()) {
+    if (!last) return;
+    services.erase(entry);
+    callbacks_.didLackExpected(*this);
+    return;
+  }
+  listenTo(found);
+  callbacks_.didFulfillService(*this, found.serviceInfo);
 }
 
-void BlePeripheral::takeIn(BleService& service, const GattCharacteristic& characteristic) {
-  const auto& infos = service.serviceInfo.charInfos;
-  const auto info = std::find_if(infos.begin(), infos.end(), [&](const auto& charInfo) {
-    return charInfo.uuid == characteristic.uuid;
-  });
-  if (info == infos.end()) return;
-  service.characteristics.insert_or_assign(characteristic.uuid, BleCharacteristic{characteristic});
-  if (info->type != BleCharacteristicType::transmitting) return;
-  log.verbose("peripheral(_:didDiscoverCharacteristicsFor:error:)", [&] {
-    return "peripheralDidDiscoverCharacteristics: listening to transmitting char; uuid=" +
-           characteristic.uuid.text();
-  });
-  peripheral->setNotifyValue(true, characteristic);
+void BlePeripheral::listenTo(const BleService& service) {
+  for (const auto& [uuid, type] : service.serviceInfo.charInfos) {
+    if (type != BleCharacteristicType::transmitting) continue;
+    log.verbose("peripheral(_:didDiscoverCharacteristicsFor:error:)", [&] {
+      return "peripheralDidDiscoverCharacteristics: listening to transmitting char; uuid=" +
+             uuid.text();
+    });
+    peripheral->setNotifyValue(true, service.characteristics.at(uuid).characteristic);
+  }
 }
 
 void BlePeripheral::didUpdateNotificationState(const GattCharacteristic& characteristic,
@@ -125,7 +147,7 @@ void BlePeripheral::didUpdateNotificationState(const GattCharacteristic& charact
 
 void BlePeripheral::didUpdateValue(const GattCharacteristic& characteristic,
                                    std::optional<Data> value, const std::optional<Error>& error) {
-  callbacks_.didUpdateValue(characteristic, std::move(value), error);
+  callbacks_.didUpdateValue(*this, characteristic, std::move(value), error);
 }
 
 void BlePeripheral::didWriteValue(const GattCharacteristic& characteristic,

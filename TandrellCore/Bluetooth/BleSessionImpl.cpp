@@ -62,10 +62,9 @@ Promise<Data> BleSessionImpl::writeData(const Uuid& charUUID, Data data) {
     return Promise<Data>::rejected(environment_.mainQueue(), BleError::peripheralNotFound);
   }
   Promise<Data> written(environment_.mainQueue());
-  delegate->centralQueue()->asyncBarrier(
-      [self = shared_from_this(), delegate, charUUID, data = std::move(data), written] {
-        self->queueWrite(charUUID, data, written);
-      });
+  delegate->centralQueue()->asyncBarrier([self = shared_from_this(), delegate, charUUID,
+                                          data = std::move(data),
+                                          written] { self->queueWrite(charUUID, data, written); });
   return written;
 }
 
@@ -113,6 +112,8 @@ void BleSessionImpl::reconnect() {
     return;
   }
   delegate->centralQueue()->asyncBarrier([self = shared_from_this(), delegate] {
+    self->invalidateDisconnectTimer();  // it must not end the link that comes
+    self->pausedPeripheral_.reset();
     self->isTerminated_ = false;
     delegate->startScan();
   });
@@ -146,6 +147,7 @@ void BleSessionImpl::didConnect(const std::shared_ptr<CentralManager>& centralMa
                        peripheral->identifier().text());
   });
   invalidateDisconnectTimer();
+  pausedPeripheral_.reset();
   if (!notifiedOfDiscovery_) didDiscover(centralManager, peripheral);
   scanning_ = false;
   connected_ = true;
@@ -166,6 +168,7 @@ void BleSessionImpl::didPause(const Uuid& peripheralId) {
   });
   connected_ = false;
   attempt_.reset();
+  pausedPeripheral_ = peripheralId;
   eventDidOccur(BlePauseEvent{});
   if (const auto delegate = delegate_.lock()) {
     startDisconnectTimer(delegate->centralQueue(), peripheralId);
@@ -177,6 +180,8 @@ void BleSessionImpl::didDisconnect(const std::string& peripheralId) {
     return fmt::format("didDisconnect: serviceId={}; peripheralId={}", serviceUUID_.text(),
                        peripheralId);
   });
+  // The end that a running grace period would bring; after an error it still comes.
+  if (const auto timer = std::exchange(disconnectTimerWorkItem_, nullptr)) timer->cancel();
   handleTermination(BleError::peripheralDisconnected);
   eventDidOccur(BleDisconnectEvent{});
 }
@@ -225,8 +230,7 @@ void BleSessionImpl::handleTermination(const Error& taskError) {
   connected_ = false;
   scanning_ = false;
   isTerminated_ = true;
-  // A grace period that is still running must not end the link that comes after this one.
-  if (const auto timer = std::exchange(disconnectTimerWorkItem_, nullptr)) timer->cancel();
+  pausedPeripheral_.reset();
 }
 
 void BleSessionImpl::startDisconnectTimer(const QueuePtr& queue, const Uuid& peripheralId) {

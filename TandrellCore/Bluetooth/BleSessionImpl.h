@@ -46,6 +46,11 @@ class BleSessionImpl final : public BleSession,
   /// Ended on purpose or by failure; the central does not revive it on its own.
   bool isTerminated() const { return isTerminated_; }
   bool hasGracePeriod() const { return reconnectDuration_ != never; }
+  /// Whether this peripheral may be the session's. Through a grace period it waits for the one that
+  /// dropped: what was begun with that one is not finished with another.
+  bool accepts(const Uuid& peripheralId) const {
+    return !pausedPeripheral_ || *pausedPeripheral_ == peripheralId;
+  }
   void setScanning(bool scanning) { scanning_ = scanning; }
   /// Asked for by service, not made for a peripheral that happened to be found; only explicit
   /// sessions are scanned for.
@@ -72,6 +77,7 @@ class BleSessionImpl final : public BleSession,
   const Uuid serviceUUID_;
   EventHandler eventHandler_;
   WorkItemPtr disconnectTimerWorkItem_;
+  std::optional<Uuid> pausedPeripheral_;
   std::vector<BleEvent> cachedEvents_;
   bool notifiedOfDiscovery_ = false;
   std::shared_ptr<TaskQueue<Data>> writeTaskQueue_;

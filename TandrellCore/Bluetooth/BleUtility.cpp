@@ -57,10 +57,7 @@ void BleUtility::disconnectPeripheral(const Uuid& serviceUUID) {
 }
 
 void BleUtility::sessionDidExpire(const Uuid& serviceUUID) {
-  // Forgotten first: the session has reported its end already.
-  if (const auto record = findRecord(serviceUUID)) {
-    letGo(*removeDisconnectedPeripheral(record->peripheral->identifier()));
-  }
+  letGoOfAttempts(serviceUUID);
   scanForUndiscoveredSessionServices();
 }
 
@@ -97,7 +94,18 @@ std::optional<BleServiceInfo> BleUtility::findServiceInfo(const Uuid& uuid) cons
 
 BleUtility::RecordPtr BleUtility::findRecord(const Uuid& serviceUUID) const {
   for (const auto& [identifier, record] : peripherals_) {
-    if (record->carries(serviceUUID)) return record;
+    if (record->fulfilledServices.contains(serviceUUID)) return record;
+  }
+  return nullptr;
+}
+
+BleUtility::RecordPtr BleUtility::findRecordToWrite(const Uuid& serviceUUID) const {
+  if (auto record = findRecord(serviceUUID)) return record;
+  // Whoever asked for a session means its device, and no other that happens to be connected.
+  const auto session = sessions_.find(serviceUUID);
+  if (session != sessions_.end() && session->second->isExplicit) return nullptr;
+  for (const auto& [identifier, record] : peripherals_) {
+    if (record->services.contains(serviceUUID)) return record;
   }
   return nullptr;
 }
@@ -107,6 +115,7 @@ void BleUtility::startScanNow() {
   const auto state = centralManager()->state();
   if (state == CentralManagerState::poweredOn) {
     stopScan();
+    fulfillWhatIsFound();
     scanForUndiscoveredSessionServices();
   } else if (state == CentralManagerState::unknown) {
     log.debug(operation, [] { return "startScan: Delaying device scan"; });
@@ -153,10 +162,6 @@ void BleUtility::failAllSessions(BleError error) {
   for (const auto& [uuid, session] : sessions) session->didError(std::nullopt, error);
 }
 
-void BleUtility::letGo(BlePeripheral& record) {
-  centralManager()->cancelConnection(record.peripheral);
-}
-
 void BleUtility::clearRestoringNow() {
   const auto records = peripherals_;
   for (const auto& [identifier, record] : records) {
@@ -171,7 +176,7 @@ void BleUtility::clearRestoringNow() {
 void BleUtility::write(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
                        Promise<Data> promise) {
   constexpr std::string_view operation = "writeData(serviceUUID:charUUID:data:promise:)";
-  const auto record = findRecord(serviceUUID);
+  const auto record = findRecordToWrite(serviceUUID);
   const auto characteristic = record ? record->find(serviceUUID, charUUID) : std::nullopt;
   if (!characteristic) {
     log.error(operation, [] { return "writeData: peripheral or characteristic not found"; });
@@ -199,12 +204,15 @@ void BleUtility::disconnectNow(const Uuid& serviceUUID) {
     letGo(*record);
     return;
   }
-  log.debug("disconnectPeripheral(serviceUUID:)", [&] {
-    return "disconnectPeripheral: peripheral with service not found; serviceUUID=" +
-           serviceUUID.text();
-  });
+  if (!isAttempted(serviceUUID)) {
+    log.debug("disconnectPeripheral(serviceUUID:)", [&] {
+      return "disconnectPeripheral: peripheral with service not found; serviceUUID=" +
+             serviceUUID.text();
+    });
+  }
   const auto session = sessions_.find(serviceUUID);
   if (session != sessions_.end()) session->second->didDisconnect("");
+  letGoOfAttempts(serviceUUID);
   scanForUndiscoveredSessionServices();
 }
 

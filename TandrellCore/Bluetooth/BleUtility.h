@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -27,7 +28,9 @@ struct BleWriteProgress {
 /// The library's Bluetooth LE central: scans for the services of the sessions that are not
 /// connected yet, connects to what advertises them, finds their characteristics, forwards
 /// notifications, and writes in chunks of 20 bytes, 300 ms apart, one write at a time per
-/// peripheral.
+/// peripheral. Attempts at several devices run side by side; the first that has a session's service
+/// complete is the session's, and only its data, its drop and the writes go between the two. The
+/// others are let go. `BleError::connectFailure` comes when the last attempt has failed.
 ///
 /// The application owns it; it owns its sessions and peripheral records. All state is touched on
 /// `centralQueue()` in barrier blocks; public operations hop there and may be called from any
@@ -61,8 +64,8 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   void writeData(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
                  Promise<Data> promise) override;
 
-  /// Ends the connection, or the attempt, of the peripheral that carries the service; where there
-  /// is none its session is told at once that it is disconnected.
+  /// Ends the connection of the service's session. Where there is none the attempts for it are let
+  /// go, and the session is told at once that it is disconnected.
   void disconnectPeripheral(const Uuid& serviceUUID) override;
 
   void sessionDidExpire(const Uuid& serviceUUID) override;
@@ -98,10 +101,20 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   SessionPtr findOrCreateSession(const Uuid& serviceUUID, bool isExplicit);
   std::optional<BleServiceInfo> findServiceInfo(const Uuid& uuid) const;
   RecordPtr findRecord(const Uuid& serviceUUID) const;
+  RecordPtr findRecordToWrite(const Uuid& serviceUUID) const;
   RecordPtr makeRecord(const PeripheralPtr& peripheral);
   std::vector<Uuid> registeredServices(const std::vector<Uuid>& services) const;
-  std::vector<SessionPtr> sessionsOf(const BlePeripheral& record) const;
-  bool isWanted(const std::vector<Uuid>& services);
+
+  bool isAwaited(const Uuid& serviceUUID, const Uuid& identifier) const;
+  bool isWanted(const Uuid& identifier, const std::vector<Uuid>& services) const;
+  bool isNeeded(const BlePeripheral& record) const;
+  bool isAttempted(const Uuid& serviceUUID) const;
+  void makeRoom();
+  void giveHeadStart(BlePeripheral& record);
+  void letGoOfAttempts(const Uuid& serviceUUID);
+  void leaveAlone(BlePeripheral& record);
+  void fulfillWhatIsFound();
+  void scanAnew();
 
   void startScanNow();
   void scanForUndiscoveredSessionServices();
@@ -115,8 +128,9 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   void clearRestoringNow();
   void notifySessionOfServiceFulfillment(BlePeripheral& record, const BleServiceInfo& info);
   void letGo(BlePeripheral& record);
-  void didReceiveValue(const GattCharacteristic& characteristic, std::optional<Data> value,
-                       const std::optional<Error>& error);
+  void didReceiveValue(BlePeripheral& record, const GattCharacteristic& characteristic,
+                       std::optional<Data> value, const std::optional<Error>& error);
+  void deliver(BlePeripheral& record, const GattCharacteristic& characteristic, Data value);
   RecordPtr removeDisconnectedPeripheral(const Uuid& identifier);
   void handleConnectFailure(const Uuid& identifier);
 
@@ -127,6 +141,7 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   bool scanDelayed_ = false;
   std::map<Uuid, SessionPtr> sessions_;
   std::map<Uuid, RecordPtr> peripherals_;
+  std::set<Uuid> leftAlone_;  // peripherals that lacked what was expected, not long ago
   std::vector<BleServiceInfo> expectedServiceInfos_;
   PublishSubject<BleWriteProgress> writeProgress_;
 };

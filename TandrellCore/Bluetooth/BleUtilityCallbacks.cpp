@@ -11,6 +11,7 @@ namespace tandrell {
 namespace {
 
 constexpr SourceLog log("Bluetooth/BleUtility");
+constexpr std::string_view didUpdateValue = "peripheral(_:didUpdateValueFor:error:)";
 
 }  // namespace
 
@@ -30,12 +31,16 @@ BleUtility::RecordPtr BleUtility::makeRecord(const PeripheralPtr& peripheral) {
             if (const auto self = weak.lock())
               self->notifySessionOfServiceFulfillment(record, info);
           },
+      .didLackExpected =
+          [weak](auto& record) {
+            if (const auto self = weak.lock()) self->leaveAlone(record);
+          },
       .didFailToBond = letGoOfRecord,
       .didFailDiscovery = letGoOfRecord,
       .didUpdateValue =
-          [weak](const auto& characteristic, auto value, const auto& error) {
+          [weak](auto& record, const auto& characteristic, auto value, const auto& error) {
             if (const auto self = weak.lock()) {
-              self->didReceiveValue(characteristic, std::move(value), error);
+              self->didReceiveValue(record, characteristic, std::move(value), error);
             }
           }};
   auto record = BlePeripheral::make(peripheral, std::move(callbacks));
@@ -50,21 +55,6 @@ std::vector<Uuid> BleUtility::registeredServices(const std::vector<Uuid>& servic
   return registered;
 }
 
-std::vector<BleUtility::SessionPtr> BleUtility::sessionsOf(const BlePeripheral& record) const {
-  std::vector<SessionPtr> carried;
-  for (const auto& [uuid, session] : sessions_) {
-    if (record.carries(uuid)) carried.push_back(session);
-  }
-  return carried;
-}
-
-bool BleUtility::isWanted(const std::vector<Uuid>& services) {
-  return std::any_of(services.begin(), services.end(), [this](const Uuid& uuid) {
-    // A second device with the service is left alone: its session stands for one of them.
-    return !findRecord(uuid) && !findOrCreateSession(uuid, false)->isTerminated();
-  });
-}
-
 void BleUtility::didUpdateState() {
   const auto state = centralManager()->state();
   log.verbose("centralManagerDidUpdateState(_:)",
@@ -72,7 +62,9 @@ void BleUtility::didUpdateState() {
   if (state != CentralManagerState::poweredOn) {
     scanDelayed_ = false;
     // Their connections are gone with the radio, and not every platform says so one by one.
-    std::erase_if(peripherals_, [](const auto& entry) { return entry.second->connectAttempted; });
+    std::erase_if(peripherals_, [](const auto& entry) {
+      return entry.second->connectAttempted || entry.second->isEnding;
+    });
     failAllSessions(BleError::bluetoothDisabled);
     return;
   }
@@ -82,12 +74,14 @@ void BleUtility::didUpdateState() {
 
 void BleUtility::connectWaitingPeripherals() {
   for (const auto& [identifier, record] : peripherals_) {
-    if (!record->connectAttempted) connect(*record);
+    if (!record->connectAttempted && !record->isEnding) connect(*record);
   }
 }
 
 void BleUtility::connect(BlePeripheral& record) {
   record.connectAttempted = true;
+  record.attemptedAt = environment_.dispatcher->now();
+  if (record.goesFirst) giveHeadStart(record);
   centralManager()->connect(record.peripheral);
 }
 
@@ -101,7 +95,8 @@ void BleUtility::didDiscover(const PeripheralPtr& peripheral, const Advertisemen
   });
   if (peripherals_.contains(peripheral->identifier())) return;
   auto services = registeredServices(advertisement.serviceUuids);
-  if (!isWanted(services)) return;
+  if (!isWanted(peripheral->identifier(), services)) return;
+  makeRoom();
   const auto record = makeRecord(peripheral);
   record->advertisedServices = std::move(services);
   for (const auto& uuid : record->advertisedServices) {
@@ -120,6 +115,7 @@ void BleUtility::didConnect(const PeripheralPtr& peripheral) {
   });
   const auto record = peripherals_.find(peripheral->identifier());
   if (record == peripherals_.end()) return;
+  if (record->second->isEnding) return letGo(*record->second);  // the two have crossed
   std::vector<Uuid> services;
   for (const auto& info : expectedServiceInfos_) services.push_back(info.uuid);
   peripheral->discoverServices(services);
@@ -128,12 +124,20 @@ void BleUtility::didConnect(const PeripheralPtr& peripheral) {
 
 void BleUtility::notifySessionOfServiceFulfillment(BlePeripheral& record,
                                                    const BleServiceInfo& info) {
+  if (record.isEnding || record.fulfilledServices.contains(info.uuid)) return;
   const auto session = findOrCreateSession(info.uuid, false);
-  if (session->isTerminated()) {
-    letGo(record);
+  const bool isOpen = !session->isTerminated() && !findRecord(info.uuid) &&
+                      session->accepts(record.peripheral->identifier());
+  if (!isOpen) {
+    if (!isNeeded(record)) letGo(record);
     return;
   }
+  record.fulfilledServices.insert(info.uuid);
   session->didConnect(centralManager(), record.peripheral);
+  for (auto& [characteristic, value] : std::exchange(record.earlyValues, {})) {
+    deliver(record, characteristic, std::move(value));
+  }
+  letGoOfAttempts(info.uuid);
   scanForUndiscoveredSessionServices();
 }
 
@@ -149,9 +153,11 @@ void BleUtility::didDisconnect(const PeripheralPtr& peripheral, const std::optio
     log.verbose("centralManager(_:didDisconnectPeripheral:error:)", [] {
       return "didDisconnectPeripheral: restored peripheral was successfully disconnected";
     });
+    if (record->goesFirst) scanForUndiscoveredSessionServices();
     return;
   }
-  for (const auto& session : sessionsOf(*record)) {
+  for (const auto& uuid : record->fulfilledServices) {
+    const auto& session = sessions_.at(uuid);
     if (session->isTerminated() || !session->hasGracePeriod()) {
       session->didDisconnect(identifier.text());
     } else {
@@ -186,8 +192,13 @@ void BleUtility::didFailToConnect(const PeripheralPtr& peripheral,
 void BleUtility::handleConnectFailure(const Uuid& identifier) {
   const auto record = removeDisconnectedPeripheral(identifier);
   if (!record) return;
-  for (const auto& session : sessionsOf(*record)) {
-    session->didError(identifier, BleError::connectFailure);
+  const auto sessions = sessions_;
+  for (const auto& [uuid, session] : sessions) {
+    // What a restored device carried is not known before it has connected.
+    const bool hoped = record->mayCarry(uuid) && !record->isRestoring && !session->isTerminated();
+    if (hoped && !findRecord(uuid) && !isAttempted(uuid)) {
+      session->didError(identifier, BleError::connectFailure);
+    }
   }
   scanForUndiscoveredSessionServices();
 }
@@ -202,27 +213,38 @@ void BleUtility::willRestoreState(const std::vector<PeripheralPtr>& peripherals)
     return fmt::format("centralManagerWillRestoreState: found peripherals; count={}",
                        peripherals.size());
   });
-  for (const auto& peripheral : peripherals) makeRecord(peripheral)->isRestoring = true;
+  for (const auto& peripheral : peripherals) {
+    const auto record = makeRecord(peripheral);
+    record->isRestored = record->isRestoring = record->goesFirst = true;
+  }
 }
 
-void BleUtility::didReceiveValue(const GattCharacteristic& characteristic,
+void BleUtility::didReceiveValue(BlePeripheral& record, const GattCharacteristic& characteristic,
                                  std::optional<Data> value, const std::optional<Error>& error) {
-  constexpr std::string_view operation = "peripheral(_:didUpdateValueFor:error:)";
   if (!value) {
-    log.verbose(operation,
+    log.verbose(didUpdateValue,
                 [&] { return "peripheralDidUpdateValue: no data; error=" + describe(error); });
     return;
   }
-  log.verbose(operation, [&] {
+  log.verbose(didUpdateValue, [&] {
     return fmt::format("peripheralDidUpdateValue: received data; data={}; base64={}; error={}",
                        debugString(*value), base64(*value), describe(error));
   });
-  const auto session = sessions_.find(characteristic.serviceUuid);
-  if (session == sessions_.end()) {
-    log.verbose(operation, [] { return "peripheralDidUpdateValue: no session found"; });
-    return;
+  deliver(record, characteristic, std::move(*value));
+}
+
+void BleUtility::deliver(BlePeripheral& record, const GattCharacteristic& characteristic,
+                         Data value) {
+  const auto& uuid = characteristic.serviceUuid;
+  const auto service = record.services.find(uuid);
+  const bool isKnown = service != record.services.end() && service->second.isComplete();
+  if (record.fulfilledServices.contains(uuid)) {
+    sessions_.at(uuid)->didReceiveData(characteristic.uuid, std::move(value));
+  } else if (record.mayCarry(uuid) && !isKnown) {
+    record.earlyValues.emplace_back(characteristic, std::move(value));
+  } else {
+    log.verbose(didUpdateValue, [] { return "peripheralDidUpdateValue: no session found"; });
   }
-  session->second->didReceiveData(characteristic.uuid, std::move(*value));
 }
 
 }  // namespace tandrell

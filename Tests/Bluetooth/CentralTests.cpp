@@ -17,9 +17,8 @@ TEST_P(CentralTest, FindsTheDeviceAndMakesItsServiceReady) {
   radio->tellConnected(a);
   a->findServices({BleConfig::DfuUUIDs::Service, Service});
   EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent"));
-  a->findCharacteristics(Service, {TransmittingChar, Uuid("2A00")});
-  EXPECT_FALSE(session->connected()) << "one characteristic is missing";
-  a->findCharacteristics(Service, {ReceivingChar});
+  EXPECT_FALSE(session->connected());
+  a->findCharacteristics(Service, {ReceivingChar, Uuid("2A00"), TransmittingChar});
   EXPECT_THAT(takeEvents(), ElementsAre("BleConnectEvent"));
   EXPECT_TRUE(session->connected());
   EXPECT_FALSE(session->scanning());
@@ -47,14 +46,96 @@ TEST_P(CentralTest, ScansUntilEveryWantedServiceIsConnected) {
   EXPECT_TRUE(session->connected());
 }
 
-TEST_P(CentralTest, ASecondCommunicatorIsLeftAlone) {
+TEST_P(CentralTest, AttemptsRunSideBySideAndTheFirstUsableDeviceIsTheSessions) {
+  session->reconnectDuration(10s);
   start();
-  radio->advertise(a);
   radio->advertise(b);
-  EXPECT_THAT(radio->takeCalls(), ElementsAre("makeCentralManager restore", scan, "connect A"));
-  connect();
+  radio->advertise(a);
+  EXPECT_THAT(radio->takeCalls(),
+              ElementsAre("makeCentralManager restore", scan, "connect B", "connect A"));
+  radio->tellConnected(b);
+  b->findServices({Service});
+  radio->tellConnected(a);
+  findEverything();
+  EXPECT_THAT(radio->takeCalls().end()[-2], "cancel B");
+  b->findCharacteristics(Service, {TransmittingChar, ReceivingChar});
+  b->notify(Service, TransmittingChar, Data{1});
+  radio->tellDisconnected(b);
   radio->advertise(b);
   EXPECT_THAT(radio->takeCalls(), IsEmpty());
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "BleDiscoverEvent", "BleConnectEvent"));
+  const auto written = write({1});
+  a->completeWrite();
+  EXPECT_TRUE(written.result()->isSuccess());
+  drop();
+  radio->advertise(b);
+  EXPECT_THAT(radio->takeCalls(), ElementsAre(scan)) << "a pause is for the device that dropped";
+  connect();
+  b->expectNoWrite();
+}
+
+TEST_P(CentralTest, ASessionFailsWithItsLastAttemptAndLetsGoOfAllWithItsEnd) {
+  session->reconnectDuration(10s);
+  start();
+  for (const auto& device : {a, b}) radio->advertise(device);
+  radio->tellConnected(a);
+  drop();
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "BleDiscoverEvent"))
+      << "a drop before its service was usable is not the session's";
+  radio->advertise(a);
+  radio->tellFailed(b);
+  EXPECT_TRUE(session->scanning());
+  radio->tellFailed(a);
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "connectFailure"));
+  EXPECT_FALSE(radio->isScanning());
+
+  reconnect();
+  for (const auto& device : {a, b}) radio->advertise(device);
+  radio->takeCalls();
+  disconnect();
+  EXPECT_THAT(radio->takeCalls(), ElementsAre("cancel A", "cancel B", "stopScan"));
+  for (const auto& device : {a, b}) radio->tellDisconnected(device);
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("BleDiscoverEvent", "BleDiscoverEvent", "BleDisconnectEvent"));
+  reconnect();
+  connect();
+}
+
+TEST_P(CentralTest, DevicesThatPassedByMakeRoomWhenThereAreMany) {
+  start();
+  std::vector<std::shared_ptr<ScriptedPeripheral>> passersBy;
+  for (int i = 0; i < 8; ++i) radio->advertise(passersBy.emplace_back(radio->makePeripheral("P")));
+  pass(1h);
+  radio->takeCalls();
+  radio->advertise(a);
+  auto expected = std::vector<std::string>(8, "cancel P");
+  expected.push_back("connect A");
+  EXPECT_EQ(radio->takeCalls(), expected);
+  connect();
+}
+
+TEST_P(CentralTest, ADeviceThatLacksWhatIsExpectedIsLeftAloneForAMinute) {
+  start();
+  const auto meetB = [&](bool lacksService) {
+    radio->advertise(b);
+    radio->tellConnected(b);
+    b->findServices(lacksService ? std::vector<Uuid>{} : std::vector{Service});
+    if (!lacksService) b->findCharacteristics(Service, {TransmittingChar});
+    EXPECT_EQ(radio->takeCalls().back(), "cancel B") << "and not subscribed to";
+    radio->tellDisconnected(b);
+  };
+  for (const bool lacksService : {true, false}) {
+    meetB(lacksService);
+    pass(59s);
+    radio->takeCalls();
+    radio->advertise(b);
+    EXPECT_THAT(radio->takeCalls(), IsEmpty());
+    pass(1s);
+    EXPECT_THAT(radio->takeCalls(), ElementsAre(scan)) << "so that it is heard once more";
+  }
+  meetB(true);
+  EXPECT_TRUE(session->scanning());
+  connect();
 }
 
 TEST_P(CentralTest, AnAttemptThatOutlastsTheGracePeriodIsGivenUpWithoutASecondEvent) {
@@ -88,14 +169,34 @@ TEST_P(CentralTest, AScanWaitsForAnUnknownRadio) {
   EXPECT_THAT(radio->takeCalls(), IsEmpty()) << "given up with the radio";
 }
 
-TEST_P(CentralTest, DoesNotScanForAServiceThatNobodyAskedFor) {
+TEST_P(CentralTest, AServiceThatNobodyAskedForIsNotScannedForAndEndsNothing) {
   const Uuid other("FE59");
   ble->registerServiceInfos({BleConfig::deviceServiceInfo(), {other, {}}});
+  session->reconnectDuration(10s);
   start();
+  radio->advertise(b, {other});
+  for (int connection = 0; connection < 3; ++connection) {
+    radio->takeCalls();
+    radio->advertise(a, {Service, other});
+    radio->tellConnected(a);
+    a->findServices({other, Service});
+    a->findCharacteristics(other, {});
+    a->findCharacteristics(Service, {TransmittingChar, ReceivingChar});
+    EXPECT_TRUE(session->connected());
+    EXPECT_FALSE(radio->isScanning());
+    EXPECT_EQ(radio->takeCalls().front(), "connect A") << "and nothing is let go";
+    drop();  // which ends the session of the other service for good
+  }
+  // Once somebody asks for it, the connection that stands serves.
   radio->advertise(a, {Service, other});
   radio->tellConnected(a);
-  findEverything();
-  EXPECT_FALSE(radio->isScanning());
+  a->findServices({other, Service});
+  a->findCharacteristics(other, {});
+  const auto asked = ble->sessionForService(other);
+  EXPECT_FALSE(asked->connected());
+  asked->reconnect();
+  pass(0s);
+  EXPECT_TRUE(asked->connected());
 }
 
 TEST_P(CentralTest, ARadioThatIsOffIsAnErrorForEverySession) {
@@ -161,16 +262,6 @@ TEST_P(CentralTest, ADisconnectThatWasAskedForIsFinal) {
   EXPECT_EQ(machine.time->nextDue(), std::nullopt);
 }
 
-TEST_P(CentralTest, AFailedConnectionEndsTheSession) {
-  session->reconnectDuration(10s);
-  start();
-  radio->advertise(a);
-  radio->tellFailed(a);
-  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "connectFailure"));
-  reconnect();
-  connect();
-}
-
 TEST_P(CentralTest, ADeviceThatCannotBeUsedIsLetGo) {
   start();
   const Error error("CBATTErrorDomain", 14, "unlikely");
@@ -210,6 +301,40 @@ TEST_P(CentralTest, RestoresTheConnectionsOfAnEarlierLife) {
   drop();
   EXPECT_THAT(takeEvents(),
               ElementsAre("BleDiscoverEvent", "BleConnectEvent", "BleDisconnectEvent"));
+}
+
+TEST_P(CentralTest, ARestoredDeviceGoesBeforeAStrangersBesideIt) {
+  session->reconnectDuration(10s);
+  radio->setState(CentralManagerState::unknown);
+  start();
+  radio->restore({a});
+  radio->setState(CentralManagerState::poweredOn);
+  radio->advertise(b);
+  radio->tellConnected(a);
+  a->notify(Service, TransmittingChar, Data{'x'});
+  EXPECT_EQ(write({1}).result()->error(), Error(BleError::peripheralNotFound));
+  EXPECT_THAT(takeEvents(), IsEmpty());
+  findEverything();
+  radio->tellFailed(b);
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "BleConnectEvent", "receive x"));
+  write({2});
+  a->expectWrite({2});
+
+  // It is not waited for in vain.
+  radio->setState(CentralManagerState::poweredOff);
+  radio->restore({a});
+  radio->setState(CentralManagerState::poweredOn);
+  reconnect();
+  radio->advertise(b);
+  radio->takeCalls();
+  pass(10s);
+  radio->advertise(b);
+  EXPECT_THAT(radio->takeCalls(), ElementsAre(scan, "connect B"));
+  radio->tellConnected(b);
+  b->findServices({Service});
+  b->findCharacteristics(Service, {TransmittingChar, ReceivingChar});
+  EXPECT_EQ(radio->takeCalls().end()[-2], "cancel A");
+  b->expectNoWrite();
 }
 
 TEST_P(CentralTest, NotificationsReachTheSessionOfTheirService) {

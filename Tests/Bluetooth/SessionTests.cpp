@@ -18,11 +18,11 @@ INSTANTIATE_TEST_SUITE_P(Orders, SessionTest, testing::Values(0, 1, 2));
 TEST_P(SessionTest, KeepsEventsUntilThereIsAHandler) {
   session->disposeEventHandler();
   session->reconnectDuration(10s);
+  a->notify(Service, TransmittingChar, Data{'x'});
   drop();
   radio->advertise(a);
-  a->notify(Service, TransmittingChar, Data{'x'});
   session->onEvent(handler());
-  EXPECT_THAT(takeEvents(), ElementsAre("BlePauseEvent", "BleDiscoverEvent", "receive x"))
+  EXPECT_THAT(takeEvents(), ElementsAre("receive x", "BlePauseEvent", "BleDiscoverEvent"))
       << "before onEvent has returned";
   session->onEvent(handler());
   EXPECT_THAT(takeEvents(), IsEmpty()) << "each is handed over once";
@@ -40,7 +40,7 @@ TEST_P(SessionTest, KeepsOnlyReceivedDataWhenItEnds) {
   EXPECT_THAT(takeEvents(), ElementsAre("BleDiscoverEvent", "BleConnectEvent"));
 }
 
-TEST_P(SessionTest, ItsGracePeriodCountsFromTheFirstDropAndEndsWithItsEnd) {
+TEST_P(SessionTest, ItsGracePeriodCountsFromTheFirstDropAndRunsOnWithoutARadio) {
   session->reconnectDuration(10s);
   drop();
   pass(5s);
@@ -61,7 +61,19 @@ TEST_P(SessionTest, ItsGracePeriodCountsFromTheFirstDropAndEndsWithItsEnd) {
   EXPECT_THAT(takeEvents(), IsEmpty()) << "a connection ends the count";
   radio->setState(CentralManagerState::poweredOff);
   EXPECT_THAT(takeEvents(), ElementsAre("bluetoothDisabled"));
-  EXPECT_EQ(machine.time->nextDue(), std::nullopt);
+  pass(1ms);
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"));
+
+  for (const bool radioGoes : {true, false}) {
+    radio->setState(CentralManagerState::poweredOn);
+    reconnect();
+    connect();
+    drop();
+    if (radioGoes) radio->setState(CentralManagerState::poweredOff);
+    radioGoes ? reconnect() : disconnect();
+    takeEvents();
+    EXPECT_EQ(machine.time->nextDue(), std::nullopt) << "called off";
+  }
 }
 
 TEST_P(SessionTest, WithoutACentralItFailsAtOnce) {
