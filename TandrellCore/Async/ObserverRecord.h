@@ -14,14 +14,17 @@ class ObserverRecord {
   explicit ObserverRecord(std::function<void(const T&)> observer)
       : observer_(std::move(observer)) {}
 
-  /// An exception that leaves an observer stops the process.
-  void call(const T& value) noexcept {
+  /// Says whether it was called: not after its end. An exception that leaves an observer stops the
+  /// process.
+  bool call(const T& value) noexcept {
     // Here and in `end()` each side writes its own mark before it reads the other's, so that at
     // least one of them sees the other.
     caller_ = std::this_thread::get_id();
-    if (!ended_) observer_(value);
+    const bool isCalled = !ended_;
+    if (isCalled) observer_(value);
     caller_ = ThreadId();
     if (ended_) caller_.notify_all();
+    return isCalled;
   }
 
   void end() {

@@ -45,14 +45,8 @@ std::optional<GattCharacteristic> BlePeripheral::find(const Uuid& serviceUUID,
   if (service == services.end()) return std::nullopt;
   const auto& characteristics = service->second.characteristics;
   const auto characteristic = characteristics.find(charUUID);
-  if (characteristic != characteristics.end()) return characteristic->second.characteristic;
-  log.verbose("writeData(serviceUUID:charUUID:data:promise:)", [&] {
-    return fmt::format(
-        "writeData: failed to find receiving characteristic in service; serviceUUID={}; "
-        "charUUID={}",
-        serviceUUID.text(), charUUID.text());
-  });
-  return std::nullopt;
+  if (characteristic == characteristics.end()) return std::nullopt;
+  return characteristic->second.characteristic;
 }
 
 void BlePeripheral::didDiscoverServices(const std::vector<GattService>& found,

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <optional>
+#include <utility>
 
 namespace tandrell {
 
@@ -31,14 +32,16 @@ class TANDRELL_API BleSession {
   virtual BleSession& reconnectDuration(std::optional<Duration> duration) = 0;
 
   /// Installs the one handler and hands it every event that arrived before there was one, oldest
-  /// first, before this returns. The handler is called on the central's queue, in a barrier block.
+  /// first, before this returns. The handler is called on the central's queue, in a barrier block;
+  /// an exception that leaves it ends the process. An empty handler is none: events are kept.
   virtual BleSession& onEvent(EventHandler handler) = 0;
 
   /// Queues one write; writes go out one at a time, in order. Fulfilled with the bytes once the
   /// peripheral has acknowledged all of them. Rejected with a `BleError` when there is no such
-  /// characteristic or the session ends first, or with the platform's own error. A write that a
-  /// drop leaves unanswered is sent again, from its beginning, when the link returns in time; one
-  /// that the platform answers with `peripheralDisconnected` is rejected.
+  /// characteristic or the session ends first, or with the platform's own error. During the grace
+  /// period writes wait; one that a drop leaves unanswered is sent again, from its beginning, when
+  /// the link returns in time. One that the platform answers with `peripheralDisconnected` is
+  /// rejected.
   virtual Promise<Data> writeData(const Uuid& charUUID, Data data) = 0;
 
   /// Looks for the service again after the session was ended.
@@ -47,7 +50,10 @@ class TANDRELL_API BleSession {
   /// Ends the session; a disconnect event follows.
   virtual void disconnect() = 0;
 
-  /// Drops the handler; later events are kept for the next one.
+  /// Drops the handler, also without a central; later events are kept for the next one. Once this
+  /// has returned the handler is not called again: it waits for a call that runs on another thread,
+  /// so a handler must not wait for the thread that disposes of it. From inside the handler it
+  /// returns at once.
   virtual void disposeEventHandler() = 0;
 };
 
@@ -58,9 +64,15 @@ class TANDRELL_API BleSessionDelegate {
   /// The queue of all radio callbacks. Concurrent: state is changed in barrier blocks only.
   virtual const QueuePtr& centralQueue() const = 0;
   virtual void startScan() = 0;
-  /// Writes the bytes in chunks and settles the promise.
+  /// Writes the bytes in chunks and settles the promise. May be called from any thread.
   virtual void writeData(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
                          Promise<Data> promise) = 0;
+  /// The same for a session, which is on the central's queue and sends again what was cut off: the
+  /// write begins before this returns, and its promise stays pending where the link ends first.
+  virtual void writeForSession(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
+                               Promise<Data> promise) {
+    writeData(serviceUUID, charUUID, std::move(data), std::move(promise));
+  }
   virtual void disconnectPeripheral(const Uuid& serviceUUID) = 0;
   /// The session's grace period ran out: nobody waits for its peripheral any more.
   virtual void sessionDidExpire(const Uuid& serviceUUID) = 0;

@@ -23,36 +23,33 @@ BleSession& BleSessionImpl::reconnectDuration(std::optional<Duration> duration) 
 }
 
 BleSession& BleSessionImpl::onEvent(EventHandler handler) {
+  auto installed = handler ? std::make_shared<Handler>(std::move(handler)) : nullptr;
   const auto delegate = delegate_.lock();
   if (!delegate) {
-    installHandler(std::move(handler));
+    installHandler(std::move(installed));
     return *this;
   }
   delegate->centralQueue()->syncBarrier([&] {
-    installHandler(std::move(handler));
-    replayCachedEvents();
+    installHandler(std::move(installed));
+    for (const auto& event : std::exchange(cachedEvents_, {})) eventDidOccur(event);
   });
   return *this;
 }
 
-void BleSessionImpl::installHandler(EventHandler handler) {
-  if (eventHandler_) {
+void BleSessionImpl::installHandler(HandlerPtr handler) {
+  if (exchangeHandler(std::move(handler))) {
     log.error("onEvent(_:)",
               [] { return "onEvent: already configured. Overwriting previous callback"; });
   }
-  eventHandler_ = std::move(handler);
 }
 
-void BleSessionImpl::replayCachedEvents() {
-  const auto handler = eventHandler_;
-  for (const auto& event : std::exchange(cachedEvents_, {})) handler(event);
+BleSessionImpl::HandlerPtr BleSessionImpl::exchangeHandler(HandlerPtr handler) {
+  const std::lock_guard lock(handlerMutex_);
+  return std::exchange(eventHandler_, std::move(handler));
 }
 
 void BleSessionImpl::disposeEventHandler() {
-  const auto delegate = delegate_.lock();
-  if (!delegate) return;
-  delegate->centralQueue()->asyncBarrier(
-      [self = shared_from_this()] { self->eventHandler_ = nullptr; });
+  if (const auto handler = exchangeHandler(nullptr)) handler->end();
 }
 
 Promise<Data> BleSessionImpl::writeData(const Uuid& charUUID, Data data) {
@@ -84,13 +81,23 @@ void BleSessionImpl::startWrite(const Uuid& charUUID, const Data& data,
   const bool underWay = attempt_ && attempt_->isPending();
   if (underWay || !promise.isPending()) return;
   log.debug("writeData(_:data:)", [] { return "writeData: task start"; });
+  // It waits for the link, whose return starts the task again.
+  if (isPaused()) return;
   const auto delegate = delegate_.lock();
-  if (!delegate) fatalError("writeData: delegate nil");
+  if (!delegate) {
+    log.error("writeData(_:data:)", [] { return "writeData: delegate nil"; });
+    promise.reject(BleError::peripheralNotFound);
+    return;
+  }
   // A promise of its own for every attempt: what is left of an earlier one cannot settle this one.
   Promise<Data> attempt(environment_.mainQueue());
   attempt.forwardTo(promise);
   attempt_ = attempt;
-  delegate->writeData(serviceUUID_, charUUID, data, attempt);
+  delegate->writeForSession(serviceUUID_, charUUID, data, attempt);
+}
+
+bool BleSessionImpl::isPaused() const {
+  return !connected_ && !isTerminated_ && disconnectTimerWorkItem_;
 }
 
 void BleSessionImpl::observeWriteErrors(const Promise<Data>& queued) {
@@ -152,7 +159,7 @@ void BleSessionImpl::didConnect(const std::shared_ptr<CentralManager>& centralMa
   scanning_ = false;
   connected_ = true;
   eventDidOccur(BleConnectEvent{});
-  writeTaskQueue().retryActiveTask();
+  if (writeTaskQueue_) writeTaskQueue_->retryActiveTask();
 }
 
 void BleSessionImpl::didPause(const Uuid& peripheralId) {
@@ -207,11 +214,14 @@ void BleSessionImpl::didReceiveData(const Uuid& charUUID, Data data) {
   eventDidOccur(BleReceiveEvent{charUUID, std::move(data)});
 }
 
+BleSessionImpl::HandlerPtr BleSessionImpl::eventHandler() const {
+  const std::lock_guard lock(handlerMutex_);
+  return eventHandler_;
+}
+
 void BleSessionImpl::eventDidOccur(const BleEvent& event) {
-  if (const auto handler = eventHandler_) {
-    handler(event);
-    return;
-  }
+  const auto handler = eventHandler();
+  if (handler && handler->call(event)) return;
   log.verbose("eventDidOccur(_:)",
               [&] { return fmt::format("eventDidOccur: event cached; event={}", nameOf(event)); });
   addCachedEvent(event);
@@ -221,7 +231,8 @@ void BleSessionImpl::addCachedEvent(const BleEvent& event) { cachedEvents_.push_
 
 void BleSessionImpl::handleTermination(const Error& taskError) {
   attempt_.reset();
-  writeTaskQueue().clear(taskError);
+  // Not made here: the end of a grace period may outlive the central.
+  if (writeTaskQueue_) writeTaskQueue_->clear(taskError);
   notifiedOfDiscovery_ = false;
   // Data that arrived before there was a handler is never lost; what was said of the link is stale.
   std::erase_if(cachedEvents_, [](const BleEvent& event) {

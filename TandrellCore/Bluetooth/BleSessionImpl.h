@@ -1,11 +1,13 @@
 #pragma once
 
+#include <TandrellCore/Async/Observable.h>
 #include <TandrellCore/Bluetooth/BleSession.h>
 #include <TandrellCore/Platform/Environment.h>
 #include <TandrellCore/Utility/TaskQueue.h>
 
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,8 +15,8 @@
 namespace tandrell {
 
 /// The session that the central makes. Owned by the central, which it holds weakly. Everything but
-/// the atomic flags is touched on the central's queue in barrier blocks only; without a central
-/// nothing runs there any more.
+/// the atomic flags and the handler is touched on the central's queue in barrier blocks only;
+/// without a central nothing runs there any more but the end of a grace period.
 class BleSessionImpl final : public BleSession,
                              public std::enable_shared_from_this<BleSessionImpl> {
  public:
@@ -57,14 +59,19 @@ class BleSessionImpl final : public BleSession,
   bool isExplicit = false;
 
  private:
+  using Handler = ObserverRecord<BleEvent>;
+  using HandlerPtr = std::shared_ptr<Handler>;
+
   static constexpr Duration::rep never = -1;
 
   void eventDidOccur(const BleEvent& event);
   void addCachedEvent(const BleEvent& event);
-  void installHandler(EventHandler handler);
-  void replayCachedEvents();
+  void installHandler(HandlerPtr handler);
+  HandlerPtr exchangeHandler(HandlerPtr handler);
+  HandlerPtr eventHandler() const;
   void queueWrite(const Uuid& charUUID, const Data& data, const Promise<Data>& written);
   void startWrite(const Uuid& charUUID, const Data& data, const Promise<Data>& promise);
+  bool isPaused() const;
   void observeWriteErrors(const Promise<Data>& queued);
   void handleTermination(const Error& taskError);
   void startDisconnectTimer(const QueuePtr& queue, const Uuid& peripheralId);
@@ -75,7 +82,8 @@ class BleSessionImpl final : public BleSession,
   const Environment environment_;
   const std::weak_ptr<BleSessionDelegate> delegate_;
   const Uuid serviceUUID_;
-  EventHandler eventHandler_;
+  mutable std::mutex handlerMutex_;
+  HandlerPtr eventHandler_;
   WorkItemPtr disconnectTimerWorkItem_;
   std::optional<Uuid> pausedPeripheral_;
   std::vector<BleEvent> cachedEvents_;

@@ -35,6 +35,8 @@ void BleUtility::onCentralQueue(void (BleUtility::*operation)()) {
 void BleUtility::registerServiceInfos(std::vector<BleServiceInfo> infos) {
   centralQueue_->asyncBarrier([self = shared_from_this(), infos = std::move(infos)] {
     self->expectedServiceInfos_ = infos;
+    // A platform need not report again what was passed over for want of them.
+    if (self->isScanning()) self->scanForUndiscoveredSessionServices();
   });
 }
 
@@ -46,9 +48,15 @@ void BleUtility::startScan() { onCentralQueue(&BleUtility::startScanNow); }
 
 void BleUtility::writeData(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
                            Promise<Data> promise) {
-  centralQueue_->asyncBarrier(
-      [self = shared_from_this(), serviceUUID, charUUID, data = std::move(data),
-       promise = std::move(promise)] { self->write(serviceUUID, charUUID, data, promise); });
+  centralQueue_->asyncBarrier([self = shared_from_this(), serviceUUID, charUUID,
+                               data = std::move(data), promise = std::move(promise)] {
+    self->write(serviceUUID, charUUID, data, promise, WhenCut::reject);
+  });
+}
+
+void BleUtility::writeForSession(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
+                                 Promise<Data> promise) {
+  write(serviceUUID, charUUID, std::move(data), std::move(promise), WhenCut::leavePending);
 }
 
 void BleUtility::disconnectPeripheral(const Uuid& serviceUUID) {
@@ -110,9 +118,11 @@ BleUtility::RecordPtr BleUtility::findRecordToWrite(const Uuid& serviceUUID) con
   return nullptr;
 }
 
+bool BleUtility::isScanning() const { return centralManager_ && centralManager_->isScanning(); }
+
 void BleUtility::startScanNow() {
   constexpr std::string_view operation = "startScan()";
-  const auto state = centralManager()->state();
+  const auto state = wasReset_ ? CentralManagerState::unsupported : centralManager()->state();
   if (state == CentralManagerState::poweredOn) {
     stopScan();
     fulfillWhatIsFound();
@@ -129,6 +139,7 @@ void BleUtility::startScanNow() {
 
 void BleUtility::scanForUndiscoveredSessionServices() {
   constexpr std::string_view operation = "scanForUndiscoveredSessionServices()";
+  if (!centralManager_ || wasReset_) return;
   std::vector<Uuid> services;
   for (const auto& [uuid, session] : sessions_) {
     if (session->isExplicit && !session->connected() && !session->isTerminated()) {
@@ -146,14 +157,14 @@ void BleUtility::scanForUndiscoveredSessionServices() {
     return "scanForUndiscoveredSessionServices: scanning for peripherals; services=" +
            listText(services);
   });
-  centralManager()->scanForPeripherals(services);
+  centralManager_->scanForPeripherals(services);
   for (const auto& uuid : services) sessions_[uuid]->setScanning(true);
 }
 
 void BleUtility::stopScan() {
-  if (!centralManager()->isScanning()) return;
+  if (!isScanning()) return;
   log.verbose("stopScan()", [] { return "stopScan: scanning stopped"; });
-  centralManager()->stopScan();
+  centralManager_->stopScan();
   for (const auto& [uuid, session] : sessions_) session->setScanning(false);
 }
 
@@ -174,10 +185,18 @@ void BleUtility::clearRestoringNow() {
 }
 
 void BleUtility::write(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
-                       Promise<Data> promise) {
+                       Promise<Data> promise, WhenCut whenCut) {
   constexpr std::string_view operation = "writeData(serviceUUID:charUUID:data:promise:)";
   const auto record = findRecordToWrite(serviceUUID);
   const auto characteristic = record ? record->find(serviceUUID, charUUID) : std::nullopt;
+  if (record && !characteristic) {
+    log.verbose(operation, [&] {
+      return fmt::format(
+          "writeData: failed to find receiving characteristic in service; serviceUUID={}; "
+          "charUUID={}",
+          serviceUUID.text(), charUUID.text());
+    });
+  }
   if (!characteristic) {
     log.error(operation, [] { return "writeData: peripheral or characteristic not found"; });
     promise.reject(BleError::peripheralNotFound);
@@ -191,7 +210,7 @@ void BleUtility::write(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
   }
   const auto byteCount = data.size();
   ChunkedWriteImpl::start(record, centralQueue_, *characteristic, std::move(data),
-                          std::move(promise),
+                          std::move(promise), whenCut,
                           [weak = weak_from_this(), charUUID, byteCount](std::size_t done) {
                             if (const auto self = weak.lock()) {
                               self->writeProgress_.publish({charUUID, done, byteCount});
@@ -217,6 +236,8 @@ void BleUtility::disconnectNow(const Uuid& serviceUUID) {
 }
 
 void BleUtility::resetNow() {
+  wasReset_ = true;
+  stopScan();
   if (centralManager_) centralManager_->setDelegate({});
   const auto sessions = sessions_;
   for (const auto& [uuid, session] : sessions) session->didDisconnect("");

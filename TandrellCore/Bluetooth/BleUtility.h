@@ -17,6 +17,7 @@ namespace tandrell {
 
 class BlePeripheral;
 class BleSessionImpl;
+enum class WhenCut;
 
 /// How far a write to a characteristic has come.
 struct BleWriteProgress {
@@ -47,7 +48,8 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   ~BleUtility() override;
 
   /// The services that the application expects, for example `BleConfig::deviceServiceInfo()`.
-  /// Without any, no peripheral is recognised.
+  /// Without any, no peripheral is recognised. A scan that is running begins again with them; a
+  /// peripheral that is connected already is not asked for them.
   void registerServiceInfos(std::vector<BleServiceInfo> infos);
 
   /// The session of the service, made on first use, from now on scanned for. Waits for the central
@@ -55,14 +57,18 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   std::shared_ptr<BleSession> sessionForService(const Uuid& serviceUUID);
 
   /// Looks for the explicit sessions that are neither connected nor ended. While the state of the
-  /// radio is unknown the scan waits for it; with the radio off every session gets
-  /// `BleError::bluetoothDisabled`.
+  /// radio is unknown the scan waits for it; with the radio off, or after `reset()`, every session
+  /// gets `BleError::bluetoothDisabled`.
   void startScan() override;
 
   /// Writes to a characteristic. Rejected with `peripheralNotFound`, with `characteristicBusy`
-  /// while another write is in flight (which is not disturbed), or with the platform's error.
+  /// while another write is in flight (which is not disturbed), with `peripheralDisconnected` where
+  /// the link ends before the write, or with the platform's error.
   void writeData(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
                  Promise<Data> promise) override;
+
+  void writeForSession(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
+                       Promise<Data> promise) override;
 
   /// Ends the connection of the service's session. Where there is none the attempts for it are let
   /// go, and the session is told at once that it is disconnected.
@@ -73,8 +79,8 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   /// Lets go of every restored peripheral that has not been connected again.
   void clearRestoringPeripherals();
 
-  /// Detaches from the platform for good, reports every session disconnected and forgets the
-  /// peripherals.
+  /// Detaches from the platform for good: stops the scan, reports every session disconnected and
+  /// forgets the peripherals. The sessions stay, but for them there is no radio any more.
   void reset();
 
   /// Every acknowledged chunk of every write, published on the central queue.
@@ -116,13 +122,15 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   void fulfillWhatIsFound();
   void scanAnew();
 
+  bool isScanning() const;
   void startScanNow();
   void scanForUndiscoveredSessionServices();
   void stopScan();
   void failAllSessions(BleError error);
   void connectWaitingPeripherals();
   void connect(BlePeripheral& record);
-  void write(const Uuid& serviceUUID, const Uuid& charUUID, Data data, Promise<Data> promise);
+  void write(const Uuid& serviceUUID, const Uuid& charUUID, Data data, Promise<Data> promise,
+             WhenCut whenCut);
   void disconnectNow(const Uuid& serviceUUID);
   void resetNow();
   void clearRestoringNow();
@@ -139,6 +147,7 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   const QueuePtr centralQueue_;
   std::shared_ptr<CentralManager> centralManager_;
   bool scanDelayed_ = false;
+  bool wasReset_ = false;
   std::map<Uuid, SessionPtr> sessions_;
   std::map<Uuid, RecordPtr> peripherals_;
   std::set<Uuid> leftAlone_;  // peripherals that lacked what was expected, not long ago

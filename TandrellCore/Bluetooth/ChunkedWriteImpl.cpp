@@ -1,6 +1,10 @@
+#include <TandrellCore/Bluetooth/BleError.h>
 #include <TandrellCore/Bluetooth/ChunkedWriteImpl.h>
 #include <TandrellCore/Utility/Extensions/Data+Tools.h>
 #include <TandrellCore/Utility/Logger.h>
+
+#include <algorithm>
+#include <utility>
 
 namespace tandrell {
 namespace {
@@ -12,31 +16,39 @@ constexpr std::string_view operation = "writeData(serviceUUID:charUUID:data:prom
 
 void ChunkedWriteImpl::start(const std::shared_ptr<BlePeripheral>& record,
                              const QueuePtr& centralQueue, const GattCharacteristic& characteristic,
-                             Data data, Promise<Data> promise, Progress progress) {
+                             Data data, Promise<Data> promise, WhenCut whenCut, Progress progress) {
   const std::shared_ptr<ChunkedWriteImpl> write(
       new ChunkedWriteImpl(record, centralQueue, characteristic, std::move(data),
-                           std::move(promise), std::move(progress)));
+                           std::move(promise), whenCut, std::move(progress)));
   record->didWriteValueCallback = [write](const auto& error) { write->didWriteValue(error); };
   write->writeNextChunk();
 }
 
 ChunkedWriteImpl::ChunkedWriteImpl(const std::shared_ptr<BlePeripheral>& record,
                                    QueuePtr centralQueue, GattCharacteristic characteristic,
-                                   Data data, Promise<Data> promise, Progress progress)
+                                   Data data, Promise<Data> promise, WhenCut whenCut,
+                                   Progress progress)
     : record_(record),
       centralQueue_(std::move(centralQueue)),
       characteristic_(characteristic),
       data_(std::move(data)),
       promise_(std::move(promise)),
+      whenCut_(whenCut),
       progress_(std::move(progress)),
       chunks_(chunk(data_, chunkSize)) {}
+
+ChunkedWriteImpl::~ChunkedWriteImpl() {
+  if (whenCut_ == WhenCut::leavePending || !promise_.isPending()) return;
+  log.debug(operation, [] { return "writeData: disconnect occurred"; });
+  promise_.reject(BleError::peripheralDisconnected);
+}
 
 void ChunkedWriteImpl::writeNextChunk() {
   const auto record = record_.lock();
   if (!record) return;
-  const Data next = copyOf(chunks_.front());
-  chunks_.erase(chunks_.begin());
-  record->peripheral->writeValue(next, characteristic_, WriteType::withResponse);
+  inFlight_ = true;
+  record->peripheral->writeValue(copyOf(chunks_[next_++]), characteristic_,
+                                 WriteType::withResponse);
 }
 
 void ChunkedWriteImpl::writeNextChunkAfterPause() {
@@ -47,22 +59,22 @@ void ChunkedWriteImpl::writeNextChunkAfterPause() {
 }
 
 void ChunkedWriteImpl::didWriteValue(const std::optional<Error>& error) {
+  if (!std::exchange(inFlight_, false)) {
+    log.error(operation, [&] {
+      return "didWriteValue: ignored, no chunk is in flight; error=" + describe(error);
+    });
+    return;
+  }
   if (error) {
     fail(*error);
     return;
   }
-  progress_(data_.size() - bytesLeft());
-  if (chunks_.empty()) {
+  progress_(std::min(next_ * chunkSize, data_.size()));
+  if (next_ == chunks_.size()) {
     succeed();
   } else {
     writeNextChunkAfterPause();
   }
-}
-
-std::size_t ChunkedWriteImpl::bytesLeft() const {
-  return chunks_.empty()
-             ? 0
-             : static_cast<std::size_t>(data_.data() + data_.size() - chunks_.front().data());
 }
 
 void ChunkedWriteImpl::fail(const Error& error) {

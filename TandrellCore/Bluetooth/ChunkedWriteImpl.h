@@ -9,10 +9,14 @@
 
 namespace tandrell {
 
+/// What becomes of the promise of a write whose record lets go of it: rejected with
+/// `BleError::peripheralDisconnected`, or left to whoever sends the write again.
+enum class WhenCut { reject, leavePending };
+
 /// One write on its way to a peripheral: the bytes go out in chunks, each after the one before was
 /// acknowledged and a pause. Owned by its record through `BlePeripheral::didWriteValueCallback` for
 /// as long as it is the record's current write; used on the central's queue only. When the record
-/// lets go of it, nothing more is written and the promise stays as it is.
+/// lets go of it, nothing more is written.
 class ChunkedWriteImpl : public std::enable_shared_from_this<ChunkedWriteImpl> {
  public:
   /// What one write request carries at the smallest transfer size that Bluetooth LE allows.
@@ -27,17 +31,19 @@ class ChunkedWriteImpl : public std::enable_shared_from_this<ChunkedWriteImpl> {
   /// chunk. The promise is fulfilled with the whole bytes or rejected with the platform's error.
   static void start(const std::shared_ptr<BlePeripheral>& record, const QueuePtr& centralQueue,
                     const GattCharacteristic& characteristic, Data data, Promise<Data> promise,
-                    Progress progress);
+                    WhenCut whenCut, Progress progress);
+  ~ChunkedWriteImpl();
+  ChunkedWriteImpl(const ChunkedWriteImpl&) = delete;
+  ChunkedWriteImpl& operator=(const ChunkedWriteImpl&) = delete;
 
  private:
   ChunkedWriteImpl(const std::shared_ptr<BlePeripheral>& record, QueuePtr centralQueue,
                    GattCharacteristic characteristic, Data data, Promise<Data> promise,
-                   Progress progress);
+                   WhenCut whenCut, Progress progress);
 
   void writeNextChunk();
   void writeNextChunkAfterPause();
   void didWriteValue(const std::optional<Error>& error);
-  std::size_t bytesLeft() const;
   void fail(const Error& error);
   void succeed();
 
@@ -46,8 +52,11 @@ class ChunkedWriteImpl : public std::enable_shared_from_this<ChunkedWriteImpl> {
   const GattCharacteristic characteristic_;
   const Data data_;
   const Promise<Data> promise_;
+  const WhenCut whenCut_;
   const Progress progress_;
-  std::vector<DataView> chunks_;  // those left to write; they look into `data_`
+  const std::vector<DataView> chunks_;  // they look into `data_`
+  std::size_t next_ = 0;                // the index of the next chunk to write
+  bool inFlight_ = false;               // the chunk before it has no answer yet
 };
 
 }  // namespace tandrell

@@ -46,6 +46,42 @@ TEST_P(CentralTest, ScansUntilEveryWantedServiceIsConnected) {
   EXPECT_TRUE(session->connected());
 }
 
+TEST_P(CentralTest, ServicesThatAreRegisteredLateAreFoundInTheSameScan) {
+  ble->registerServiceInfos({});
+  start();
+  radio->advertise(a);
+  radio->takeCalls();
+  ble->registerServiceInfos({BleConfig::deviceServiceInfo()});
+  pass(0s);
+  EXPECT_THAT(radio->takeCalls(), ElementsAre(scan)) << "which reports what is there once more";
+  connect();
+}
+
+TEST_P(CentralTest, AResetIsForGood) {
+  session->reconnectDuration(10s);
+  ble->registerServiceInfos({BleConfig::deviceServiceInfo(), {Uuid("FE59"), {}}});
+  const auto other = ble->sessionForService(Uuid("FE59"));
+  start();
+  connect();
+  const auto cut = write({1});
+  ble->reset();
+  pass(0s);
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"));
+  EXPECT_THAT(radio->takeCalls(), ElementsAre("stopScan"));
+  EXPECT_FALSE(other->scanning());
+  EXPECT_EQ(cut.result()->error(), Error(BleError::peripheralDisconnected));
+  EXPECT_EQ(write({2}).result()->error(), Error(BleError::peripheralNotFound));
+  radio->setState(CentralManagerState::poweredOff);
+  EXPECT_THAT(takeEvents(), IsEmpty());
+  radio->setState(CentralManagerState::poweredOn);
+  radio->advertise(a);
+  reconnect();
+  EXPECT_THAT(takeEvents(), ElementsAre("bluetoothDisabled"));
+  ble->registerServiceInfos({BleConfig::deviceServiceInfo()});
+  disconnect();
+  EXPECT_THAT(radio->takeCalls(), IsEmpty());
+}
+
 TEST_P(CentralTest, AttemptsRunSideBySideAndTheFirstUsableDeviceIsTheSessions) {
   session->reconnectDuration(10s);
   start();
@@ -234,7 +270,10 @@ TEST_P(CentralTest, ADropIsAPauseWithAGracePeriodAndADisconnectWithout) {
 }
 
 TEST_P(CentralTest, ADisconnectThatWasAskedForIsFinal) {
-  start();
+  disconnect();
+  EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"));
+  EXPECT_THAT(radio->takeCalls(), IsEmpty()) << "nobody has started";
+  reconnect();
   disconnect();
   EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent")) << "at once: nothing is connected";
   EXPECT_FALSE(radio->isScanning());

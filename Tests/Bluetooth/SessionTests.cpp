@@ -16,13 +16,21 @@ class SessionTest : public CentralTest {
 INSTANTIATE_TEST_SUITE_P(Orders, SessionTest, testing::Values(0, 1, 2));
 
 TEST_P(SessionTest, KeepsEventsUntilThereIsAHandler) {
+  ble->centralQueue()->asyncBarrier([&] { impl().didReceiveData(TransmittingChar, {'w'}); });
   session->disposeEventHandler();
   session->reconnectDuration(10s);
   a->notify(Service, TransmittingChar, Data{'x'});
   drop();
+  EXPECT_THAT(takeEvents(), IsEmpty()) << "also of what was under way when it was disposed of";
   radio->advertise(a);
+  session->onEvent({});
+  session->onEvent([&, note = handler()](const BleEvent& event) {
+    note(event);
+    session->disposeEventHandler();
+  });
   session->onEvent(handler());
-  EXPECT_THAT(takeEvents(), ElementsAre("receive x", "BlePauseEvent", "BleDiscoverEvent"))
+  EXPECT_THAT(takeEvents(),
+              ElementsAre("receive w", "receive x", "BlePauseEvent", "BleDiscoverEvent"))
       << "before onEvent has returned";
   session->onEvent(handler());
   EXPECT_THAT(takeEvents(), IsEmpty()) << "each is handed over once";
@@ -87,6 +95,25 @@ TEST_P(SessionTest, WithoutACentralItFailsAtOnce) {
   EXPECT_THAT(log.texts(LogFacadeLevel::error),
               ElementsAre("disconnect: delegate nil", "reconnect: delegate nil",
                           "writeData: delegate nil"));
+}
+
+TEST_P(SessionTest, ItsGracePeriodEndsAlsoWithoutACentral) {
+  session->reconnectDuration(10s);
+  drop();
+  ble.reset();
+  pass(10s);
+  EXPECT_THAT(takeEvents(), ElementsAre("BlePauseEvent", "BleDisconnectEvent"));
+  session->disposeEventHandler();
+  impl().didReceiveData(TransmittingChar, {1});
+  EXPECT_THAT(takeEvents(), IsEmpty());
+}
+
+TEST_P(SessionTest, AWriteWhoseTurnComesAfterItsCentralIsRejected) {
+  const auto subscription = ble->writeProgress().observe([&](const auto&) { ble.reset(); });
+  write({1});
+  const auto next = write({2});
+  a->completeWrite();
+  EXPECT_EQ(next.result()->error(), Error(BleError::peripheralNotFound));
 }
 
 TEST_P(SessionTest, ARefusedIdentifierIsAnEventOnTheCentralQueue) {

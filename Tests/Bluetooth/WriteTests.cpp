@@ -36,6 +36,8 @@ TEST_P(WriteTest, GoesOutInChunksWithAPauseAfterEachAcknowledgement) {
   a->expectNoWrite();
   a->completeWrite();
   for (const auto& chunk : {Data(bytes.begin() + 20, bytes.end() - 1), Data{41}}) {
+    a->answerUnasked();
+    a->answerUnasked(Error("CBATTErrorDomain", 3, "write not permitted"));
     pass(299ms);
     a->expectNoWrite();
     pass(1ms);
@@ -45,6 +47,7 @@ TEST_P(WriteTest, GoesOutInChunksWithAPauseAfterEachAcknowledgement) {
   }
   EXPECT_EQ(written.result()->value(), bytes);
   EXPECT_THAT(progress, ElementsAre(2041, 4041, 4141));
+  EXPECT_EQ(log.texts(LogFacadeLevel::error).size(), 4) << "two answers in each of two pauses";
   a->expectWrite({});
   a->completeWrite();
   EXPECT_EQ(next.result()->value(), Data()) << "nothing is written as one empty chunk";
@@ -80,6 +83,7 @@ TEST_P(WriteTest, FailsWithThePlatformsErrorAndFreesTheDevice) {
 TEST_P(WriteTest, ToSomethingThatIsNotThereIsNotFound) {
   EXPECT_EQ(write({1}, Uuid("2A00")).result()->error(), Error(BleError::peripheralNotFound));
   drop();
+  pass(10s);
   EXPECT_EQ(write({1}).result()->error(), Error(BleError::peripheralNotFound));
 }
 
@@ -98,6 +102,25 @@ TEST_P(WriteTest, EndsWithTheRadioAndLeavesRoomForTheNext) {
   a->completeWrite();
   ASSERT_FALSE(next.isPending());
   EXPECT_TRUE(next.result()->isSuccess());
+}
+
+TEST_P(WriteTest, IsCutByADropAndWaitsForTheReturnIfItIsTheSessions) {
+  const Promise<Data> direct(machine.time->mainQueue());
+  ble->writeData(Service, ReceivingChar, bytes, direct);
+  drop();
+  EXPECT_EQ(direct.result()->error(), Error(BleError::peripheralDisconnected));
+  connect();
+  a->expectWrite(first);
+  const auto before = session->writeData(ReceivingChar, bytes);  // not even begun
+  drop();
+  const auto during = write({1});
+  a->expectWrite(first);
+  connect();
+  a->expectWrite(first);
+  radio->setState(CentralManagerState::poweredOff);
+  EXPECT_EQ(before.result()->error(), Error(BleError::bluetoothDisabled));
+  EXPECT_EQ(during.result()->error(), Error(BleError::bluetoothDisabled));
+  a->expectNoWrite();
 }
 
 TEST_P(WriteTest, StartsOnceWhereTheServiceBecomesUsableInThatMoment) {

@@ -76,7 +76,8 @@ void CentralContract::meet() {
 
 TEST_P(CentralContract, FindsConnectsAndTalks) {
   begin();
-  meet();
+  scan();
+  meet();  // 11
   for (std::uint8_t value = 1; value <= 20; ++value) world->notify({value, 0xFF});
   for (int value = 1; value <= 20; ++value) expect("value " + std::to_string(value));
   for (std::uint8_t value = 1; value <= 3; ++value) {

@@ -148,6 +148,10 @@ void ScriptedPeripheral::completeWrite(std::optional<Error> error) {
   tell(write.delegate, [&](auto& record) { record.didWriteValue(write.characteristic, error); });
 }
 
+void ScriptedPeripheral::answerUnasked(std::optional<Error> error) {
+  tell(delegate_, [&](auto& record) { record.didWriteValue({}, error); });
+}
+
 void ScriptedPeripheral::setDelegate(std::weak_ptr<PeripheralDelegate> delegate) {
   delegate_ = std::move(delegate);
 }

@@ -89,6 +89,8 @@ class ScriptedPeripheral final : public Peripheral {
               std::optional<Error> error = {});
   /// Answers the oldest write that has no answer yet.
   void completeWrite(std::optional<Error> error = {});
+  /// A radio's mistake: an answer where no write waits for one.
+  void answerUnasked(std::optional<Error> error = {});
 
   Uuid identifier() const override { return identifier_; }
   void setDelegate(std::weak_ptr<PeripheralDelegate> delegate) override;
