@@ -28,6 +28,8 @@ BluezEngine::BluezEngine(const BluezOptions& options, std::optional<std::string>
       outbox_(std::move(outbox)),
       problem_(std::move(problem)),
       presence_(bus_, options.adapter),
+      turns_(
+          bus_, links_, [this] { return wantsDiscovery(); }, [this] { updateDiscovery(); }),
       bus_(*this, options.busAddress) {}
 
 BluezEngine::~BluezEngine() {
@@ -229,24 +231,18 @@ void BluezEngine::report(const std::shared_ptr<BluezLink>& link) {
   });
 }
 
-bool BluezEngine::isConnecting() const {
-  return std::any_of(links_.begin(), links_.end(),
-                     [](const auto& each) { return each.second->isConnecting(); });
-}
-
-bool BluezEngine::needsDiscovery() const {
-  if (announced_ != State::poweredOn || isConnecting()) return false;
+bool BluezEngine::wantsDiscovery() const {
   return scan_ || std::any_of(links_.begin(), links_.end(),
                               [](const auto& each) { return each.second->isWaiting(); });
 }
 
 void BluezEngine::updateDiscovery() {
   if (announced_ != State::poweredOn) return;
-  if (discovery_ == Discovery::off && needsDiscovery()) return startDiscovery();
-  if (discovery_ == Discovery::on && !needsDiscovery()) return stopDiscovery();
-  if (discovery_ != Discovery::off) return;
-  const auto links = links_;
-  for (const auto& [identifier, link] : links) link->proceed();
+  const auto attempt = turns_.next();
+  const bool needed = !attempt && wantsDiscovery();
+  if (discovery_ == Discovery::off && needed) return startDiscovery();
+  if (discovery_ == Discovery::on && !needed) return stopDiscovery();
+  if (discovery_ == Discovery::off && attempt) attempt->proceed();
 }
 
 BluezProperties BluezEngine::discoveryFilter() const {

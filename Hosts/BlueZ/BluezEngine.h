@@ -3,6 +3,7 @@
 #include <Hosts/BlueZ/BluezLink.h>
 #include <Hosts/BlueZ/BluezPresence.h>
 #include <Hosts/BlueZ/BluezRadio.h>
+#include <Hosts/BlueZ/BluezTurns.h>
 
 #include <map>
 #include <memory>
@@ -17,7 +18,7 @@ namespace tandrell {
 /// restores, and keeps a link for each device that it was interested in.
 ///
 /// Owned by the central. Everything but the constructor, `start`, `post` and the destructor runs on
-/// the bus's thread. While an attempt to connect is under way nothing is discovered: with discovery
+/// the bus's thread. While an attempt to connect has its turn nothing is discovered: with discovery
 /// running, bluetoothd takes up to 10 seconds to connect.
 class BluezEngine final : public BluezBusListener {
  public:
@@ -58,8 +59,7 @@ class BluezEngine final : public BluezBusListener {
   void startDiscovery();
   void stopDiscovery();
   BluezProperties discoveryFilter() const;
-  bool needsDiscovery() const;
-  bool isConnecting() const;
+  bool wantsDiscovery() const;
   void didChangeValue(const std::string& path, const BluezProperties& changed);
   void sighted(const std::string& path);
   void forget(const std::string& path);
@@ -84,6 +84,7 @@ class BluezEngine final : public BluezBusListener {
   std::set<std::string> forgotten_;
   std::map<Uuid, std::shared_ptr<BluezLink>> links_;
   std::map<Uuid, std::weak_ptr<Peripheral>> peripherals_;
+  BluezTurns turns_;
   BluezBus bus_;  // last: its thread uses the rest
 };
 

@@ -59,16 +59,31 @@ void BluezLink::connect() {
   }
   if (phase_ != Phase::idle) return;
   subscriptions_.clear();
-  enter(host_.objects.device(path_) ? Phase::connecting : Phase::waiting);
+  const auto* device = host_.objects.device(path_);
+  turn.begin(0);
+  turn.sighted = device && device->rssi;
+  enter(device ? Phase::connecting : Phase::waiting);
 }
 
 void BluezLink::didAppear() {
-  if (phase_ == Phase::waiting) enter(Phase::connecting);
+  const bool waited = phase_ == Phase::waiting;
+  if (!waited && (phase_ != Phase::connecting || turn.sighted)) return;
+  if (waited) turn.begin(0);
+  turn.sighted = true;
+  enter(Phase::connecting);
+}
+
+void BluezLink::yield() {
+  if (phase_ != Phase::connecting) return;
+  turn.yielded = true;
+  if (!turn.calling) return host_.didChangePhase();
+  // The call ends with an error of its own.
+  host_.bus.call(path_, BluezObjects::deviceInterface, "Disconnect", {}, [](auto*, const auto&) {});
 }
 
 void BluezLink::proceed() {
-  if (phase_ != Phase::connecting || calling_) return;
-  calling_ = true;
+  if (phase_ != Phase::connecting || turn.calling) return;
+  turn.calling = true;
   host_.bus.call(
       path_, BluezObjects::deviceInterface, "Connect", {},
       [weak = weak_from_this()](auto*, const std::optional<Error>& error) {
@@ -78,22 +93,23 @@ void BluezLink::proceed() {
 }
 
 void BluezLink::didConnectReply(const std::optional<Error>& error) {
-  calling_ = false;
+  turn.calling = false;
   // The link came up while the attempt was being cancelled: end it too.
   if (phase_ == Phase::ending) return error ? didEnd() : askToEnd();
-  if (phase_ != Phase::connecting) return;
+  if (phase_ != Phase::connecting) return host_.didChangePhase();
   if (!error) return didLink();
+  const auto tryAgain = [](BluezLink& self) { self.host_.didChangePhase(); };
   switch (failureOf(*error)) {
     case BluezFailure::connectedYet:
       return didLink();
     case BluezFailure::outOfReach:
-      return proceed();
+      return tryAgain(*this);
     case BluezFailure::busy:
-      return host_.bus.after(busyPause, onThisConnection([](auto& self) { self.proceed(); }));
+      return host_.bus.after(busyPause, onThisConnection(tryAgain));
     case BluezFailure::unknown:
       return enter(Phase::waiting);
     default:
-      break;
+      if (turn.yielded) return tryAgain(*this);
   }
   enter(Phase::idle);
   host_.outbox.tell([peripheral = host_.peripheralOf(identifier_), error](auto& delegate) {
@@ -139,7 +155,7 @@ void BluezLink::didChangeConnected(bool connected) {
   if (connected && phase_ == Phase::connecting) return didLink();
   if (connected) return;
   if (phase_ == Phase::connected) didUnlink(CentralError::peripheralDisconnected);
-  if (phase_ == Phase::ending && !calling_) didEnd();
+  if (phase_ == Phase::ending && !turn.calling) didEnd();
 }
 
 void BluezLink::didUnlink(const std::optional<Error>& error) {
@@ -174,7 +190,7 @@ void BluezLink::askToEnd() {
   host_.bus.call(path_, BluezObjects::deviceInterface, "Disconnect", {},
                  [weak = weak_from_this()](auto*, const std::optional<Error>& error) {
                    const auto self = weak.lock();
-                   if (!self || self->phase_ != Phase::ending || self->calling_) return;
+                   if (!self || self->phase_ != Phase::ending || self->turn.calling) return;
                    const auto* device = self->host_.objects.device(self->path_);
                    if (error || !device || !device->connected) self->didEnd();
                  });

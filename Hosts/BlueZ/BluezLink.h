@@ -2,6 +2,7 @@
 
 #include <Hosts/BlueZ/BluezObjects.h>
 #include <Hosts/BlueZ/BluezOutbox.h>
+#include <Hosts/BlueZ/BluezTurn.h>
 
 #include <cstddef>
 #include <deque>
@@ -27,7 +28,6 @@ namespace tandrell {
 ///
 /// A write waits for the answers to the subscriptions before it: what the device says of it must not
 /// be missed. An answer that stays away ends the link, as does the end of what is listened to.
-///
 /// Owned by the engine; everything happens on the bus's thread.
 class BluezLink : public std::enable_shared_from_this<BluezLink> {
  public:
@@ -69,8 +69,9 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
              DelegatePtr delegate);
 
   // What the engine knows.
-  /// The radio is free for the attempt.
-  void proceed();
+  void proceed();  ///< the radio is free for the attempt
+  void yield();    ///< others need it
+  BluezTurn turn;
   void didAppear();
   void didChangeConnected(bool connected);
   void didResolveServices();
@@ -134,7 +135,6 @@ class BluezLink : public std::enable_shared_from_this<BluezLink> {
   const Uuid identifier_;
   Phase phase_ = Phase::idle;
   std::uint64_t connection_ = 0;  // counts their beginnings and ends
-  bool calling_ = false;          // a call of Connect is under way
   bool wanted_ = false;           // to be connected to again once it has ended
   bool begunAnew_ = false;        // not long ago
   bool wasConnected_ = false;

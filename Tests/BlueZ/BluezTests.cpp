@@ -357,6 +357,35 @@ TEST_F(BluezTest, AttemptGoesOnUntilTheDeviceIsThereOrItIsCancelled) {
   EXPECT_EQ(listener->next(), "failed org.bluez.Error.Failed 0 (le-connection-refused)");
 }
 
+TEST_F(BluezTest, AttemptThatComesToNothingLeavesTheRadioToOthers) {
+  begin();
+  EXPECT_EQ(listener->next(), "state poweredOn");
+  scan();
+  const auto connect = [this](const char* call) {
+    listener->ask([](Listener& self) { self.manager->connect(self.peripheral); });
+    EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+    EXPECT_EQ(bluez->nextCall(), call);
+  };
+  const auto expectDiscovery = [this] {
+    EXPECT_EQ(bluez->nextCall(), "SetDiscoveryFilter " + service.text());
+    EXPECT_EQ(bluez->nextCall(), "StartDiscovery");
+  };
+  bluez->hold("Connect 2");
+  bluez->addSecondDevice();
+  EXPECT_EQ(listener->next(), "discovered Communicator 2");
+  connect("Connect 2");
+  EXPECT_EQ(bluez->nextCall(), "Disconnect 2");
+  bluez->answer("Connect 2", "org.bluez.Error.Failed", "br-connection-canceled");
+  expectDiscovery();
+  bluez->addDevice();
+  EXPECT_EQ(listener->next(), "discovered Communicator");
+  connect("Connect");
+  EXPECT_EQ(listener->next(), "connected");
+  expectDiscovery();
+  EXPECT_EQ(bluez->nextCall(), "StopDiscovery");
+  EXPECT_EQ(bluez->nextCall(), "Connect 2") << "it goes on, though nobody was seen for a while";
+}
+
 TEST_F(BluezTest, DaemonThatDiesTakesTheConnectionAlong) {
   meet();
   bluez.reset();

@@ -96,11 +96,10 @@ bool ScriptedBluez::hasDevice() {
   return objects_.contains(devicePath);
 }
 
-void ScriptedBluez::addMethod(sdbus::IObject& object, const char* interface, const char* method) {
+void ScriptedBluez::addMethod(sdbus::IObject& object, const char* interface, const char* method,
+                              const std::string& suffix) {
   object.registerMethod(method).onInterface(interface).implementedAs(
-      [this, method = std::string(method)](Result&& result) {
-        didCall(method, method, std::move(result));
-      });
+      [this, note = method + suffix](Result&& result) { didCall(note, note, std::move(result)); });
 }
 
 void ScriptedBluez::addRegistration(sdbus::IObject& object, const char* interface,
@@ -168,13 +167,19 @@ std::string ScriptedBluez::write(Data value, std::uint16_t mtu) try {
 }
 
 void ScriptedBluez::addDevice(std::vector<std::string> services) {
-  auto& object = add(devicePath);
-  for (const auto* method : {"Connect", "Disconnect"}) addMethod(object, device, method);
+  addDeviceAt(devicePath, "1", std::move(services));
+}
+
+void ScriptedBluez::addDeviceAt(const char* path, const std::string& number,
+                                std::vector<std::string> services) {
+  auto& object = add(path);
+  const std::string suffix = number == "1" ? "" : " " + number;
+  for (const auto* method : {"Connect", "Disconnect"}) addMethod(object, device, method, suffix);
   const auto constant = [&](const char* name, auto value) {
     object.registerProperty(name).onInterface(device).withGetter([value] { return value; });
   };
-  constant("Address", std::string("00:AA:01:01:00:01"));
-  constant("Name", std::string("Communicator"));
+  constant("Address", "00:AA:01:01:00:0" + number);
+  constant("Name", "Communicator" + suffix);
   constant("Adapter", sdbus::ObjectPath(adapterPath));
   constant("UUIDs", std::move(services));
   addProperty(object, device, "RSSI", rssi_);

@@ -24,6 +24,7 @@ class ScriptedBluez {
   static constexpr const char* adapterPath = "/org/bluez/hci0";
   static constexpr const char* serviceUuid = "569a1101-b87f-490c-92cb-11ba5ea5167c";
   static constexpr const char* devicePath = "/org/bluez/hci0/dev_00_AA_01_01_00_01";
+  static constexpr const char* secondPath = "/org/bluez/hci0/dev_00_AA_01_01_00_02";
   static constexpr const char* servicePath = "/org/bluez/hci0/dev_00_AA_01_01_00_01/service000a";
   static constexpr const char* transmittingPath =
       "/org/bluez/hci0/dev_00_AA_01_01_00_01/service000a/char000b";
@@ -35,6 +36,8 @@ class ScriptedBluez {
 
   // Its objects; what is not signalled is only there to be read.
   void addDevice(std::vector<std::string> services = {serviceUuid});
+  /// Another such device, which has nothing; what it is asked is noted as "Connect 2".
+  void addSecondDevice() { addDeviceAt(secondPath, "2", {serviceUuid}); }
   bool hasDevice();
   void removeDevice();
   void addServices(bool signalled = true);
@@ -84,7 +87,9 @@ class ScriptedBluez {
   sdbus::IObject& add(const std::string& path);
   void remove(const std::string& path, const char* interface);
   sdbus::IObject& object(const std::string& path);
-  void addMethod(sdbus::IObject& object, const char* interface, const char* method);
+  void addDeviceAt(const char* path, const std::string& number, std::vector<std::string> services);
+  void addMethod(sdbus::IObject& object, const char* interface, const char* method,
+                 const std::string& suffix = "");
   void addCharacteristic(const std::string& path, const char* uuid, bool notifies, bool signalled);
   void didCall(const std::string& method, const std::string& call, Result result);
   void addRegistration(sdbus::IObject& object, const char* interface, const std::string& noun);
