@@ -24,10 +24,15 @@ void MemoryUserDefaults::change(std::string_view key, const std::function<void(E
     const std::lock_guard lock(mutex_);
     fault = fault_;
   }
-  const bool fails = fault && fault(key);
-  const std::lock_guard lock(mutex_);
-  ++(fails ? failedChanges_ : changes_);
-  if (!fails) make(entries_);
+  std::optional<Error> failure;
+  if (fault && fault(key)) failure.emplace("MemoryUserDefaults", 0, "taken by the fault");
+  {
+    const std::lock_guard lock(mutex_);
+    ++(failure ? failedChanges_ : changes_);
+    if (!failure) make(entries_);
+    state_.didChange(key, failure);
+  }
+  state_.publish();
 }
 
 void MemoryUserDefaults::setFault(Fault fault) {

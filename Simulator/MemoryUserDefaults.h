@@ -1,5 +1,6 @@
 #pragma once
 
+#include <TandrellCore/Async/RecordingState.h>
 #include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/UserDefaults.h>
 
@@ -7,6 +8,7 @@
 #include <functional>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace tandrell {
@@ -18,10 +20,13 @@ class TANDRELL_API MemoryUserDefaults final : public UserDefaults {
   /// Decides whether the change of this entry fails. Called on the changing thread, under no lock.
   using Fault = std::function<bool(std::string_view key)>;
 
-  /// A change that the fault takes is lost without a report: the old entry stays.
+  /// A change that the fault takes is lost: the old entry stays, and there is a problem until the
+  /// entry is changed again.
   void setObject(const PropertyList& object, std::string_view key) override;
   std::optional<PropertyList> object(std::string_view key) const override;
   void removeObject(std::string_view key) override;
+  std::optional<Error> problem() const override { return state_.problem(); }
+  ObservableValue<std::optional<Error>>& observableProblem() { return state_.observable(); }
 
   /// From now on asks `fault` before every change; an empty one ends the trouble.
   void setFault(Fault fault);
@@ -43,6 +48,7 @@ class TANDRELL_API MemoryUserDefaults final : public UserDefaults {
   void change(std::string_view key, const std::function<void(Entries&)>& make);
 
   mutable std::mutex mutex_;
+  RecordingState state_;
   Entries entries_;
   Fault fault_;
   std::size_t changes_ = 0;

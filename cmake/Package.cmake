@@ -79,8 +79,9 @@ foreach(folder TandrellCore Simulator Hosts/System)
           PATTERN "PropertyListCoding.h" EXCLUDE
           PATTERN "SimulatedCentral.h" EXCLUDE
           PATTERN "SimulatedPeripheral.h" EXCLUDE
-          PATTERN "SqliteConnection.h" EXCLUDE
           PATTERN "QueueGroup.h" EXCLUDE
+          PATTERN "SqliteConnection.h" EXCLUDE
+          PATTERN "StoreClaim.h" EXCLUDE
           PATTERN "SystemQueue.h" EXCLUDE
           PATTERN "*.h")
 endforeach()

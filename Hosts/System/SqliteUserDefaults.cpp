@@ -1,9 +1,11 @@
 #include <Hosts/System/PropertyListCoding.h>
 #include <Hosts/System/SqliteConnection.h>
 #include <Hosts/System/SqliteUserDefaults.h>
+#include <Hosts/System/StoreClaim.h>
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <mutex>
 #include <utility>
@@ -30,7 +32,10 @@ class Run {
   void bindValue(DataView value) {
     sqlite3_bind_blob64(statement_, 2, value.data(), value.size(), SQLITE_STATIC);
   }
-  int step() { return sqlite3_step(statement_); }
+  int step() {
+    errno = 0;
+    return sqlite3_step(statement_);
+  }
   DataView column() const {
     const auto* bytes = static_cast<const std::uint8_t*>(sqlite3_column_blob(statement_, 0));
     return {bytes, static_cast<std::size_t>(sqlite3_column_bytes(statement_, 0))};
@@ -69,7 +74,7 @@ struct SqliteUserDefaults::Store {
         remove(prepare(connection.get(), "DELETE FROM entries WHERE key=?1")) {}
 
   bool isReady() const { return select && replace && remove; }
-  std::string cause() const { return sqlite3_errmsg(connection.get()); }
+  std::string cause() const { return causeOf(connection.get()); }
 
   Error failure(UserDefaultsError kind, std::string_view key, std::string_view cause) const {
     return makeError(
@@ -79,12 +84,26 @@ struct SqliteUserDefaults::Store {
   /// One statement is one transaction.
   std::optional<Error> change(const SqliteStatement& statement, std::string_view key,
                               DataView value) {
-    const std::lock_guard lock(mutex);
-    Run run(statement);
-    run.bindKey(key);
-    if (!value.empty()) run.bindValue(value);
-    if (run.step() == SQLITE_DONE) return std::nullopt;
-    return failure(UserDefaultsError::changeFailed, key, cause());
+    std::optional<Error> failed;
+    {
+      const std::lock_guard lock(mutex);
+      Run run(statement);
+      run.bindKey(key);
+      if (!value.empty()) run.bindValue(value);
+      if (run.step() != SQLITE_DONE) {
+        failed = failure(UserDefaultsError::changeFailed, key, cause());
+      }
+      state.didChange(key, failed);
+    }
+    state.publish();
+    return failed;
+  }
+
+  Error refuse(std::string_view key, std::string_view cause) {
+    const Error refused = failure(UserDefaultsError::changeFailed, key, cause);
+    state.didChange(key, refused);
+    state.publish();
+    return refused;
   }
 
   std::optional<Error> read(std::string_view key, std::optional<PropertyList>& entry) {
@@ -106,6 +125,8 @@ struct SqliteUserDefaults::Store {
   const SqliteStatement replace;
   const SqliteStatement remove;
 
+  RecordingState state;
+
   std::mutex handlerMutex;
   ErrorHandler handler = printError;
 };
@@ -115,7 +136,7 @@ Result<std::shared_ptr<SqliteUserDefaults>> SqliteUserDefaults::open(const std::
   auto connection = openConnection(path);
   if (!connection.isSuccess()) return Opened::error(connection.error());
   auto store = std::make_unique<Store>(path, connection.value());
-  if (!store->isReady()) {  // a database, but of another kind
+  if (!store->isReady()) {
     return Opened::error(makeError(
         UserDefaultsError::cannotOpen,
         fmt::format("cannot open user defaults; path={}; error={}", path, store->cause())));
@@ -130,7 +151,7 @@ SqliteUserDefaults::~SqliteUserDefaults() = default;
 
 void SqliteUserDefaults::setObject(const PropertyList& object, std::string_view key) {
   if (object.isDeeperThan(PropertyList::maximumDepth)) {
-    return report(store_->failure(UserDefaultsError::changeFailed, key, "nested too deep"));
+    return report(store_->refuse(key, "nested too deep"));
   }
   report(store_->change(store_->replace, key, encode(object)));
 }
@@ -143,6 +164,16 @@ std::optional<PropertyList> SqliteUserDefaults::object(std::string_view key) con
 
 void SqliteUserDefaults::removeObject(std::string_view key) {
   report(store_->change(store_->remove, key, {}));
+}
+
+std::optional<Error> SqliteUserDefaults::problem() const { return store_->state.problem(); }
+
+ObservableValue<std::optional<Error>>& SqliteUserDefaults::observableProblem() {
+  return store_->state.observable();
+}
+
+Result<Claim> SqliteUserDefaults::claim(std::string_view name) {
+  return claimBeside(sqlite3_db_filename(store_->connection.get(), "main"), name);
 }
 
 void SqliteUserDefaults::setErrorHandler(ErrorHandler handler) {

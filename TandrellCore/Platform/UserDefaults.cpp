@@ -16,4 +16,17 @@ bool PropertyList::isDeeperThan(std::size_t levels) const {
          });
 }
 
+Result<Claim> UserDefaults::claim(std::string_view name) {
+  const std::lock_guard lock(claimsMutex_);
+  auto& holder = claims_[std::string(name)];
+  if (!holder.expired()) {
+    return Result<Claim>::error({std::string(errorDomain(ClaimError::held)),
+                                 static_cast<int>(ClaimError::held),
+                                 std::string(name) + " is held within this process"});
+  }
+  const Claim claim = std::make_shared<const bool>(true);
+  holder = claim;
+  return Result<Claim>::success(claim);
+}
+
 }  // namespace tandrell

@@ -3,15 +3,33 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sqlite3.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
+
+namespace {
+std::atomic<int> timesSynchronised = 0;
+}  // namespace
+
+/// In the system's place, to see that SQLite asks for it.
+extern "C" int fdatasync(int file) {
+  ++timesSynchronised;
+  return static_cast<int>(::syscall(SYS_fdatasync, file));
+}
 
 namespace tandrell {
 namespace {
@@ -34,13 +52,22 @@ class SqliteUserDefaultsTest : public ::testing::Test {
     file.seekp(place);
     file << bytes;
   }
-  void runSql(const char* sql) {
+  void runSql(const char* sql) { runSql(path_, sql); }
+  static void runSql(const std::string& path, const char* sql) {
     sqlite3* connection = nullptr;
-    sqlite3_open(path_.c_str(), &connection);
+    sqlite3_open(path.c_str(), &connection);
     EXPECT_EQ(sqlite3_exec(connection, sql, nullptr, nullptr, nullptr), SQLITE_OK);
     sqlite3_close(connection);
   }
   std::string path(const std::string& suffix) const { return path_ + suffix; }
+
+  static PropertyList nestedTooDeep() {
+    PropertyList list{true};
+    for (std::size_t i = 0; i < PropertyList::maximumDepth; ++i) {
+      list = {PropertyList::Array{std::move(list)}};
+    }
+    return list;
+  }
 
   const TemporaryFolder folder_;
   const std::string path_ = folder_ / "state/deep/defaults.db";
@@ -62,7 +89,9 @@ TEST_F(SqliteUserDefaultsTest, OnlyTheOwnerMayReadIt) {
 
 TEST_F(SqliteUserDefaultsTest, ChangeIsOnTheDiskWhenItsCallReturns) {
   const auto store = open();
+  const int before = timesSynchronised;
   store->setObject({std::string("sending")}, "parcel");
+  EXPECT_GT(timesSynchronised, before);
   // What a power cut leaves: the files as they are, with nobody to close them.
   const TemporaryFolder later;
   for (const auto* suffix : {"", "-wal"})
@@ -92,18 +121,126 @@ TEST_F(SqliteUserDefaultsTest, DamagedFileIsKeptAsideAndTheNextStoreIsEmpty) {
   }
 }
 
-TEST_F(SqliteUserDefaultsTest, WhatCannotBeOpenedSaysWhy) {
-  fs::create_directories(path_);
-  const auto folder = SqliteUserDefaults::open(path_);
-  ASSERT_FALSE(folder.isSuccess());
-  EXPECT_EQ(folder.error(), Error(UserDefaultsError::cannotOpen));
-  EXPECT_THAT(folder.error().text, HasSubstr("path=" + path_ + "; error=unable to open"));
+/// Everything in a folder: names, modes, contents.
+std::vector<std::string> listing(const fs::path& folder) {
+  std::vector<std::string> lines;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    std::ostringstream line;
+    line << entry.path() << ' ' << static_cast<int>(fs::status(entry.path()).permissions()) << ' ';
+    if (entry.is_regular_file()) line << std::ifstream(entry.path()).rdbuf();
+    lines.push_back(line.str());
+  }
+  std::ranges::sort(lines);
+  return lines;
+}
 
-  const std::string below = folder_ / "file/defaults.db";
-  scribble(folder_ / "file", 0, "in the way");
-  EXPECT_THAT(SqliteUserDefaults::open(below).error().text,
-              HasSubstr("path=" + below + "; error=Not a directory"));
+TEST_F(SqliteUserDefaultsTest, WhatIsNotAStoreIsLeftAsItIs) {
+  fs::create_directory(folder_ / "directory");
+  scribble(folder_ / "text", 0, "notes");
+  runSql(folder_ / "database", "CREATE TABLE entries(key TEXT, value BLOB)");
+  runSql(folder_ / "log", "PRAGMA journal_mode=WAL; CREATE TABLE other(a)");
+  runSql(folder_ / "marked", "PRAGMA application_id=7");
+  ASSERT_EQ(::mkfifo((folder_ / "pipe").c_str(), 0644), 0);
+  for (const auto& entry : fs::directory_iterator(folder_ / "")) {
+    fs::permissions(entry.path(), fs::perms{0755});
+    fs::create_symlink(entry.path(), entry.path().string() + "-link");
+  }
+  fs::create_symlink(folder_ / "nowhere", folder_ / "nowhere-link");
+  const auto before = listing(folder_ / "");
+  for (const auto& [place, cause] : {std::pair("directory", "unable to open: it is a directory"),
+                                     {"text", "file is not a database"},
+                                     {"database", "it is the database of another program"},
+                                     {"log", "it is the database of another program"},
+                                     {"marked", "it is the database of another program"},
+                                     {"pipe", "unable to open: it is not a file"},
+                                     {"text/below", "Not a directory"},
+                                     {"nowhere-link", "symbolic link that leads nowhere"}}) {
+    for (const auto* suffix : {"", "-link"}) {
+      const std::string path = folder_ / (place + std::string(suffix));
+      if (!fs::exists(fs::symlink_status(path)) && place != std::string_view("text/below"))
+        continue;
+      const auto opened = SqliteUserDefaults::open(path);
+      ASSERT_FALSE(opened.isSuccess()) << path;
+      EXPECT_EQ(opened.error(), Error(UserDefaultsError::cannotOpen));
+      EXPECT_THAT(opened.error().text, HasSubstr(cause)) << path;
+    }
+  }
+  EXPECT_EQ(listing(folder_ / ""), before);
   EXPECT_FALSE(SqliteUserDefaults::open("").isSuccess());
+
+  open()->setObject({true}, "key");
+  fs::create_symlink(path_, folder_ / "ours-link");
+  EXPECT_EQ(SqliteUserDefaults::open(folder_ / "ours-link").value()->object("key"),
+            PropertyList{true});
+}
+
+/// While it lives no file of the process may grow, as on a full disk.
+class FullDisk {
+ public:
+  FullDisk() {
+    ::signal(SIGXFSZ, SIG_IGN);
+    ::getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit none{0, before_.rlim_max};
+    ::setrlimit(RLIMIT_FSIZE, &none);
+  }
+  ~FullDisk() { ::setrlimit(RLIMIT_FSIZE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(SqliteUserDefaultsTest, TellsOfAFullDiskUntilWhatWasLostIsStored) {
+  auto store = open();
+  std::vector<bool> observed;
+  auto problems = store->observableProblem().observe(
+      [&](const std::optional<Error>& problem) { observed.push_back(problem.has_value()); });
+  {
+    const FullDisk disk;
+    store->setObject({Data(9'000, 1)}, "a");
+    store->setObject({true}, "b");
+    ASSERT_TRUE(store->problem());
+    EXPECT_EQ(*store->problem(), Error(UserDefaultsError::changeFailed));
+    for (const auto& error : errors_) EXPECT_THAT(error.text, HasSubstr("disk is full"));
+  }
+  store->setObject({true}, "a");
+  EXPECT_TRUE(store->problem()) << "b is still older than what was set";
+  store->setObject({true}, "b");
+  EXPECT_FALSE(store->problem());
+  store->setObject(PropertyList{PropertyList::Array{nestedTooDeep()}}, "b");
+  EXPECT_EQ(store->object("b"), PropertyList{true});
+  EXPECT_EQ(observed, (std::vector{false, true, false, true}));
+  EXPECT_EQ(errors_.size(), 3u);
+  problems.dispose();
+  store.reset();
+  const FullDisk disk;
+  EXPECT_THAT(SqliteUserDefaults::open(path_).error().text, HasSubstr("disk is full"));
+}
+
+TEST_F(SqliteUserDefaultsTest, AClaimNamesItsProcessAndEndsWithIt) {
+  int pipe[2];
+  ASSERT_EQ(::pipe(pipe), 0);
+  const pid_t other = ::fork();
+  if (other == 0) {
+    const auto claim = open()->claim("DeviceUtil");
+    if (claim.isSuccess() && ::write(pipe[1], "!", 1) == 1) ::pause();
+    ::_exit(1);
+  }
+  char said = 0;
+  ASSERT_EQ(::read(pipe[0], &said, 1), 1);
+  const auto refused = open()->claim("DeviceUtil");
+  ASSERT_FALSE(refused.isSuccess());
+  EXPECT_EQ(refused.error(), Error(ClaimError::held));
+  EXPECT_THAT(refused.error().text, HasSubstr("DeviceUtil is held by process " +
+                                              std::to_string(other) + " (hosts-tests)"));
+  open()->setObject({true}, "key");
+  EXPECT_TRUE(errors_.empty()) << "the entries are open to all";
+  ::kill(other, SIGKILL);
+  ::waitpid(other, nullptr, 0);
+  EXPECT_TRUE(open()->claim("DeviceUtil").isSuccess());
+
+  scribble(path(".Other.lock"), 0, "somebody's");
+  EXPECT_EQ(open()->claim("Other").error(), Error(ClaimError::cannotClaim));
+  EXPECT_EQ(fs::file_size(path(".Other.lock")), 10u);
 }
 
 TEST_F(SqliteUserDefaultsTest, FailuresAfterOpeningGoToTheHandler) {

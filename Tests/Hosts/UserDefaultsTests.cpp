@@ -83,6 +83,17 @@ TEST_P(UserDefaultsContract, EveryKindComesBackAsItWas) {
   EXPECT_EQ(stored({map}), List{map});
 }
 
+TEST_P(UserDefaultsContract, ANameIsClaimedByOneAtATime) {
+  auto claim = open()->claim("A").value();
+  const auto refused = open()->claim("A");
+  ASSERT_FALSE(refused.isSuccess());
+  EXPECT_EQ(refused.error(), Error(ClaimError::held));
+  EXPECT_TRUE(open()->claim("B").isSuccess());
+  EXPECT_TRUE(open()->claim("../B %").isSuccess());
+  claim.reset();
+  EXPECT_TRUE(open()->claim("A").isSuccess());
+}
+
 /// An array within an array, and so on.
 PropertyList nested(std::size_t levels) {
   PropertyList list{true};
