@@ -13,7 +13,8 @@ DevicePayloadPtr dataOf(std::size_t size, std::uint32_t id = 5) {
 
 /// Gives other bytes each time it is asked.
 struct CountingPayload final : DevicePayload {
-  CountingPayload() : DevicePayload(1, DevicePayloadStatus::none, PackageType::raw) {}
+  explicit CountingPayload(PackageType::Type type = PackageType::raw)
+      : DevicePayload(1, DevicePayloadStatus::none, type) {}
   Data serializeData() const override { return {++count}; }
   mutable std::uint8_t count = 0;
 };
@@ -41,34 +42,48 @@ TEST(DevicePayload, GoesIntoAParcelAndComesBackUnderAnotherId) {
   auto parcel = sent.toParcel();
   EXPECT_EQ(parcel.id(), 5u);
   EXPECT_EQ(parcel.status(), ParcelStatus::none);
-  parcel.set_status(static_cast<ParcelStatus::Type>(9));
-  const auto received = toDevicePayload(parcel, world.environment);
-  EXPECT_EQ(received->serializedData(), (Data{1, 2, 3}));
-  EXPECT_EQ(received->packageType(), PackageType::raw);
-  EXPECT_EQ(received->status(), DevicePayloadStatus::none) << "an unknown status counts as none";
-  EXPECT_NE(received->parcelId(), 5u);
-  parcel.set_status(ParcelStatus::delivered);
-  const auto again = toDevicePayload(parcel, world.environment);
-  EXPECT_EQ(again->status(), DevicePayloadStatus::delivered);
-  EXPECT_FALSE(*again == *received);
-  EXPECT_TRUE(DataPayload({7}, 1) == DataPayload({7}, 1));
-  EXPECT_FALSE(DataPayload({7}, 1) == DataPayload({8}, 1));
+  const std::vector names{"none", "connecting", "sending", "delivered", "error", "none"};
+  for (std::size_t number = 0; number < names.size(); ++number) {
+    parcel.set_status(static_cast<ParcelStatus::Type>(number));
+    const auto received = toDevicePayload(parcel, world.environment);
+    EXPECT_EQ(received->serializedData(), (Data{1, 2, 3}));
+    EXPECT_EQ(received->packageType(), PackageType::raw);
+    EXPECT_EQ(nameOf(received->status()), names[number]) << number;
+    EXPECT_NE(received->parcelId(), 5u);
+  }
+}
+
+TEST(DevicePayload, IsEqualOnlyWithAllItsFields) {
+  const DataPayload data({7}, 1);
+  EXPECT_TRUE(data == DataPayload({7}, 1));
+  EXPECT_FALSE(data == DataPayload({8}, 1));
+  EXPECT_FALSE(data == DataPayload({7}, 2));
+  EXPECT_FALSE(data == DataPayload({7}, 1, DevicePayloadStatus::sending));
+  EXPECT_TRUE(CountingPayload() == CountingPayload());
+  EXPECT_FALSE(CountingPayload() == CountingPayload(PackageType::sosMessage));
 }
 
 TEST(MessagePayload, WritesItsRecipientsTextAndTime) {
-  World world;
-  const auto payload =
-      MessagePayload::make(world.time, "text", EmailAddress::build("a@example.org"),
-                           PhoneNumber::received("+4420"), 3, DevicePayloadStatus::none);
-  world.time->setWallClock(Date::since1970(1700000000.9));
+  const auto clock = VirtualTime::make();
+  const auto email = EmailAddress::received("a@example.org");
+  const auto phone = PhoneNumber::received("+4420");
+  const auto make = [&](auto toEmail, auto toPhone) {
+    return MessagePayload::make(clock, "text", toEmail, toPhone, 3, DevicePayloadStatus::none);
+  };
+  const auto payload = make(email, phone);
+  clock->setWallClock(Date::since1970(1700000000.9));
   const auto message = fromData<::MessageDto>(payload->serializedData());
   ASSERT_TRUE(message);
   EXPECT_EQ(message->content(), "text");
   EXPECT_EQ(message->email(), "a@example.org");
   EXPECT_EQ(message->phonenumber(), "+4420");
   EXPECT_EQ(message->timestamp(), 1700000000u);
-  EXPECT_EQ(MessagePayload::make(world.time, "text", {}, {}, 3, DevicePayloadStatus::none),
-            nullptr);
+  EXPECT_EQ(make(std::nullopt, std::nullopt), nullptr);
+  EXPECT_TRUE(MessagePayload(clock, "text", email, 3) == *make(email, std::nullopt));
+  EXPECT_TRUE(MessagePayload(clock, "text", phone, 3) == *make(std::nullopt, phone));
+  EXPECT_FALSE(MessagePayload(clock, "text", email, 3) == *payload);
+  EXPECT_FALSE(MessagePayload(clock, "text", phone, 3) == *payload);
+  EXPECT_FALSE(MessagePayload(clock, "Text", phone, 3) == *make(std::nullopt, phone));
 }
 
 TEST(MessagePayload, IsMadeOfWhateverArrives) {
@@ -111,6 +126,8 @@ TEST(TandrellDevice, HasOneStreamOfPayloadsAndPassesFailuresOn) {
   World world;
   auto& stream = world.device->payload();
   EXPECT_EQ(&stream, &world.device->payload());
+  EXPECT_EQ(&world.device->quality(), &world.link->quality());
+  EXPECT_EQ(&world.device->battery(), &world.link->battery());
   ASSERT_TRUE(world.connect());
   std::vector<DevicePayloadPtr> seen[2];
   const auto first = stream.observe([&](const auto& payload) { seen[0].push_back(payload); });

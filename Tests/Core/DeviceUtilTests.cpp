@@ -7,7 +7,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 namespace tandrell::test {
 namespace {
@@ -19,25 +18,24 @@ using namespace ParcelStatus;
 /// No satellite: parcels reach the device and stay there.
 World::Options withoutReception() { return {.communicator = {.reception = Reception::silent}}; }
 
-std::vector<std::uint32_t> idsIn(const std::string& json) {
-  std::vector<std::uint32_t> ids;
-  for (const auto& entry : nlohmann::json::parse(json)) {
-    if (entry.is_number()) ids.push_back(entry.get<std::uint32_t>());
-  }
-  return ids;
-}
-
 TEST(DeviceUtil, WalksThroughItsStates) {
-  World world;
-  EXPECT_THAT(world.events, ElementsAre("disconnected", "disconnected"));
+  World world({.communicator = {.trackingOn = true}});
+  std::vector<std::string_view> tracking;
+  world.subscriptions->add(world.link->initialTrackingState().observe(
+      [&](DeviceTrackingState state) { tracking.push_back(nameOf(state)); }));
+  EXPECT_THAT(world.events, ElementsAre("link disconnected", "device disconnected"));
   world.events.clear();
   ASSERT_TRUE(world.connect());
-  EXPECT_THAT(world.events, ElementsAre("scanning", "connected", "listening"));
+  world.communicator->sleepFor(3600s);
+  world.communicator->wake();
+  world.time->advance(1s);
+  EXPECT_THAT(world.events, ElementsAre("link scanning", "link connected", "device listening",
+                                        "device sleeping", "device listening"));
+  EXPECT_TRUE(world.link->wakeDate().value());
   EXPECT_EQ(world.link->battery().value(), 80);
   EXPECT_EQ(world.link->quality().value(), 4);
   EXPECT_EQ(world.link->imei().value(), "300000000000001");
   EXPECT_EQ(world.link->firmwareVersion().value(), Version::build("1.4.2"));
-  EXPECT_EQ(world.link->initialTrackingState().value(), DeviceTrackingState::disabled);
   EXPECT_EQ(world.link->settings().value()->trackinginterval(), 600u);
   EXPECT_EQ(world.defaults->object("DeviceUtil.didRequestDeviceScan"), PropertyList{true});
 
@@ -51,8 +49,10 @@ TEST(DeviceUtil, WalksThroughItsStates) {
   EXPECT_EQ(world.link->quality().value(), 0);
   EXPECT_EQ(world.link->imei().value(), "");
   EXPECT_EQ(world.link->firmwareVersion().value(), std::nullopt);
-  EXPECT_EQ(world.link->initialTrackingState().value(), DeviceTrackingState::disconnected);
+  EXPECT_THAT(tracking, ElementsAre("disconnected", "disabled", "enabled", "disconnected"))
+      << "disabled until the device has said otherwise";
   EXPECT_FALSE(world.link->settings().value());
+  EXPECT_FALSE(world.link->wakeDate().value());
   EXPECT_EQ(world.time->nextDue(), std::nullopt) << "an idle world does nothing";
   EXPECT_TRUE(world.connect()) << "and comes back when asked";
 }
@@ -104,20 +104,24 @@ TEST(DeviceUtil, WritesOneParcelAtATimeAndTheNextWhenTheFirstIsDelivered) {
   World world;
   ASSERT_TRUE(world.connect());
   world.events.clear();
+  world.time->setWallClock(Date::sinceReferenceDate(722000000.25));
   const auto changes = world.defaults->changes();
   const auto first = world.link->send(World::message(1, "first"));
   world.time->runDue();
   EXPECT_EQ(world.defaults->changes(), changes + 2) << "one change for each list";
-  const auto second = world.link->send(World::message(2, "second"));
+  const auto second = world.link->send(*toParcel(::TrackingSessionDto(), 4294967295));
   world.time->runDue();
   EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::sending);
-  EXPECT_THAT(idsIn(world.stored("default.DeviceUtil.pendingParcels")), ElementsAre(1));
-  EXPECT_THAT(idsIn(world.stored("DeviceUtil.waitingParcels")), ElementsAre(2));
-  ASSERT_TRUE(world.eventually([&] { return world.ended(2); }));
+  EXPECT_EQ(world.stored("default.DeviceUtil.pendingParcels"),
+            R"([1,{"parcelId":1,"packageType":0,"date":722000000.25}])");
+  EXPECT_EQ(world.stored("DeviceUtil.waitingParcels"),
+            R"([4294967295,{"parcelId":4294967295,"packageType":6,"date":722000000.25}])");
+  ASSERT_TRUE(world.eventually([&] { return world.ended(4294967295); }));
   EXPECT_EQ(first.result()->value().id(), 1u);
-  EXPECT_EQ(second.result()->value().id(), 2u);
-  EXPECT_THAT(world.events, ElementsAre("sending", "connecting", "sending", "sending", "delivered",
-                                        "connecting", "sending", "listening", "delivered"));
+  EXPECT_EQ(second.result()->value().id(), 4294967295);
+  EXPECT_THAT(world.events, ElementsAre("device sending", "parcel connecting", "parcel sending",
+                                        "device sending", "parcel delivered", "parcel connecting",
+                                        "parcel sending", "device listening", "parcel delivered"));
   EXPECT_EQ(world.stored("default.DeviceUtil.pendingParcels"), "[]");
   EXPECT_EQ(world.stored("DeviceUtil.waitingParcels"), "[]");
 }
@@ -138,11 +142,14 @@ TEST(DeviceUtil, SendsStraightThroughOrNotAtAllWithoutTransmission) {
 
 TEST(DeviceUtil, StartsTheNextTaskWhenAWriteFails) {
   const auto refused = CentralError::peripheralDisconnected;
-  World world({.communicator = {.faults = FaultPlan().refuseWrite(1, refused)}});
+  World world(
+      {.communicator = {.faults = FaultPlan().refuseWrite(1, refused).refuseWrite(2, refused)}});
   ASSERT_TRUE(world.connect());
+  const auto direct = world.link->send(World::message(3, "refused"), false);
   const auto first = world.link->send(World::message(1, "refused"));
   const auto second = world.link->send(World::message(2, "goes out"));
   ASSERT_TRUE(world.eventually([&] { return world.ended(2); }));
+  EXPECT_EQ(direct.result()->error(), Error(refused));
   EXPECT_EQ(first.result()->error(), Error(refused));
   EXPECT_TRUE(second.result()->isSuccess());
   EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
@@ -165,6 +172,11 @@ TEST(DeviceUtil, WritesTheHeadAgainWhenAParcelBehindItIsReported) {
   world.time->advance(10s);
   EXPECT_EQ(world.timesReceived(1), 2u);
   EXPECT_EQ(world.timesReceived(2), 0u);
+  world.communicator->sleepFor(60s);
+  world.time->advance(50s);
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::sleeping);
+  world.time->advance(20s);
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::sending) << "on waking";
 
   // A flood of reports on what nobody sent: of the first rewrite's equals sixteen may wait.
   report.set_id(99);
@@ -187,14 +199,22 @@ TEST(DeviceUtil, WritesTheHeadAgainWhenAParcelBehindItIsReported) {
   EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
 }
 
-TEST(PendingParcel, IsStoredAsAnAlternatingArray) {
-  const PendingParcels parcels = {
-      {7, {7, 0, Date::sinceReferenceDate(722000000)}},
-      {4294967295u, {4294967295u, 42, Date::sinceReferenceDate(722000000.25)}}};
-  const std::string text =
-      R"([7,{"parcelId":7,"packageType":0,"date":722000000},)"
-      R"(4294967295,{"parcelId":4294967295,"packageType":42,"date":722000000.25}])";
-  EXPECT_EQ(JsonCodec<PendingParcels>::encode(parcels).dump(), text);
+TEST(DeviceUtil, LogsWhatTheFirmwareSaysAsSuch) {
+  auto& log = LogCapture::start();
+  World world;
+  ASSERT_TRUE(world.connect());
+  for (const int level : {0, 1, 2, 3, 4, 9}) {
+    world.communicator->log(static_cast<LogCommandLevel::Type>(level), "text");
+  }
+  world.time->advance(1s);
+  std::vector<int> levels;
+  for (const auto& line : log.lines()) {
+    if (line.userInfo.empty()) continue;
+    EXPECT_EQ(std::any_cast<std::string>(line.userInfo.at("LogUserInfoSourceKey")), "fir");
+    EXPECT_EQ(line.text, "text");
+    levels.push_back(static_cast<int>(line.level));
+  }
+  EXPECT_THAT(levels, ElementsAre(1, 1, 2, 3, 4, 0));
 }
 
 TEST(PendingParcel, IsReadBackFromTextOfAnotherWriter) {

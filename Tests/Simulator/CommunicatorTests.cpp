@@ -97,9 +97,9 @@ TEST(SimulatedCommunicator, TransmitsOneParcelAtATimeOnceThereIsASatellite) {
   world.events.clear();
   world.communicator->setReception(Reception::available);
   ASSERT_TRUE(world.eventually([&] { return world.ended(2); }));
-  std::erase(world.events, "listening");
-  EXPECT_THAT(world.events, ElementsAre("connecting", "sending", "delivered", "connecting",
-                                        "sending", "delivered"));
+  std::erase(world.events, "device listening");
+  EXPECT_THAT(world.events, ElementsAre("parcel connecting", "parcel sending", "parcel delivered",
+                                        "parcel connecting", "parcel sending", "parcel delivered"));
 }
 
 TEST(SimulatedCommunicator, SleepsOnTheLinkAndTransmitsOnWaking) {

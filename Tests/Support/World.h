@@ -48,14 +48,15 @@ class World {
     link = makeDeviceUtil(environment, ble);
     device = makeTandrellDevice(environment, link);
     subscriptions.emplace();
-    subscriptions->add(link->parcel().observe([this](const ::Parcel& parcel) {
+    const auto tell = [this](const char* kind) {
+      return [this, kind](auto state) { events.emplace_back(kind).append(nameOf(state)); };
+    };
+    subscriptions->add(link->parcel().observe([this, tell = tell("parcel ")](const auto& parcel) {
       parcels.push_back(parcel);
-      events.push_back(nameOf(parcel.status()));
+      tell(parcel.status());
     }));
-    subscriptions->add(link->connectionState().observe(
-        [this](DeviceConnectionState state) { events.emplace_back(nameOf(state)); }));
-    subscriptions->add(link->activityState().observe(
-        [this](DeviceActivityState state) { events.emplace_back(nameOf(state)); }));
+    subscriptions->add(link->connectionState().observe(tell("link ")));
+    subscriptions->add(link->activityState().observe(tell("device ")));
   }
 
   /// Ends it at once, as a crash does.
@@ -127,7 +128,8 @@ class World {
   std::shared_ptr<DeviceUtil> link;
   std::shared_ptr<TandrellDevice> device;
   std::vector<::Parcel> parcels;
-  /// Connection states, activity states and parcel statuses, in the order in which they came.
+  /// Connection and activity states and parcel statuses in their order: "link scanning",
+  /// "device sending", "parcel delivered".
   std::vector<std::string> events;
   std::optional<CompositeDisposable> subscriptions;
 };

@@ -1,3 +1,4 @@
+#include <Hosts/System/SystemDispatcher.h>
 #include <Simulator/VirtualTime.h>
 #include <TandrellCore/Utility/Logger.h>
 #include <TandrellCore/Utility/Safe.h>
@@ -5,6 +6,8 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+
+#include <future>
 
 namespace tandrell::test {
 namespace {
@@ -40,10 +43,9 @@ TEST(Logger, MakesItsBackEndOnceAndBuildsNoTextBefore) {
 
 TEST(Logger, PassesEverythingOnUnchanged) {
   auto& log = LogCapture::start();
-  const LogUserInfo info{{std::string(LogFacadeConfig::LogUserInfoSourceKey), std::string("fir")}};
   constexpr SourceLog source("Some/Source");
   const auto number = [] { return 7; };
-  source.log(LogFacadeLevel::info, "first()", number, info);
+  source.log(LogFacadeLevel::info, "first()", number, {{"key", 1}});
   source.verbose("second()", [] { return "2"; });
   source.debug("second()", [] { return "2"; });
   Logger::info(number, "third()", "Other", 12);
@@ -60,8 +62,7 @@ TEST(Logger, PassesEverythingOnUnchanged) {
   EXPECT_EQ(lines[0].file, "Some/Source");
   EXPECT_EQ(lines[0].line + 1, lines[1].line);
   EXPECT_EQ(lines[0].text, "7");
-  ASSERT_EQ(lines[0].userInfo.size(), 1u);
-  EXPECT_EQ(std::any_cast<std::string>(lines[0].userInfo.at("LogUserInfoSourceKey")), "fir");
+  EXPECT_EQ(std::any_cast<int>(lines[0].userInfo.at("key")), 1);
   EXPECT_TRUE(lines[1].userInfo.empty());
   EXPECT_EQ(lines[6].text, "absent");
   EXPECT_EQ(lines[6].line, 13);
@@ -83,6 +84,16 @@ TEST(ItemSafe, WritesInOrderAndReadsWhatWasWrittenBefore) {
   time->runDue();
   EXPECT_THAT(box.item(), testing::ElementsAre(5));
   EXPECT_EQ(box.queue()->label(), "com.quillfen.Skiff.Safe");
+}
+
+TEST(Safe, ReadsRunSideBySide) {
+  SystemDispatcher dispatcher(2);
+  const Safe guard(dispatcher, QualityOfService::standard);
+  std::future<void> other;
+  guard.read([&] {
+    other = std::async(std::launch::async, [&] { guard.read([] {}); });
+    EXPECT_EQ(other.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+  });
 }
 
 }  // namespace

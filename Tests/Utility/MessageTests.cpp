@@ -28,7 +28,10 @@ TEST(Message, IsNotEqualWithoutWhatItDoesNotKnow) {
   EXPECT_FALSE(isEqual(copy, *parcel));
   EXPECT_EQ(hashOf(copy), hashOf(*parcel));
   copy.set_id(1);
-  EXPECT_NE(hashOf(copy), hashOf(*parcel));
+  const auto hash = hashOf(copy);
+  EXPECT_NE(hash, hashOf(*parcel));
+  copy.set_id(2);
+  EXPECT_NE(hash, hashOf(copy)) << "of the same size";
 }
 
 TEST(Message, ReadsAndWritesTheServersJson) {
@@ -64,22 +67,52 @@ TEST(Message, LogsWhatCannotBeReadOrWritten) {
                              testing::EndsWith("; type=Parcel")));
 }
 
+using Numbers = std::vector<int>;
+
 TEST(Message, IsWrappedIntoAParcelOfItsType) {
   ::MessageDto message;
   message.set_content("hello");
-  const auto parcel = toParcel(message, 5);
-  ASSERT_TRUE(parcel);
-  EXPECT_EQ(parcel->id(), 5u);
-  EXPECT_EQ(parcel->status(), ParcelStatus::none);
-  EXPECT_TRUE(isEqual(fromData<::MessageDto>(viewOf(parcel->package().data())).value(), message));
-  const auto typeOf = [](const auto& dto) { return toParcel(dto, 1)->package().type(); };
-  EXPECT_EQ(typeOf(message), PackageType::message);
-  EXPECT_EQ(typeOf(::ForecastRequest()), PackageType::forecastRequest);
-  EXPECT_EQ(typeOf(::ForecastDto()), PackageType::forecast);
-  EXPECT_EQ(typeOf(::TrackingSessionDto()), PackageType::trackingSession);
-  EXPECT_EQ(typeOf(::TrackingLocationDto()), PackageType::trackingLocation);
-  EXPECT_EQ(toParcel(::SosMessageDto(), PackageType::sosMessage, 1)->package().type(),
-            PackageType::sosMessage);
+  EXPECT_EQ(safeData(toParcel(message, 5).value()),
+            (Data{0x0A, 9, 0x12, 7, 0x32, 5, 'h', 'e', 'l', 'l', 'o', 0x10, 5}));
+  const auto typeOf = [](const auto& parcel) { return int{parcel.value().package().type()}; };
+  EXPECT_EQ((Numbers{typeOf(toParcel(::ForecastDto(), 1)), typeOf(toParcel(::ForecastRequest(), 1)),
+                     typeOf(toParcel(::SosMessageDto(), PackageType::sosMessage, 1)),
+                     typeOf(toParcel(::TrackingSessionDto(), 1)),
+                     typeOf(toParcel(::TrackingLocationDto(), 1))}),
+            (Numbers{3, 4, 5, 6, 7}));
+}
+
+/// What is sent and received cannot tell: both sides use the names.
+TEST(Names, HaveTheNumbersOfTheWire) {
+  {
+    using namespace CommandType;
+    using namespace PackageType;
+    using namespace ParcelStatus;
+    using namespace ForecastIcon;
+    EXPECT_EQ((Numbers{parcel, log, quality, battery, info, sleep, settings, message, raw, forecast,
+                       forecastRequest, sosMessage, trackingSession, trackingLocation, none,
+                       connecting, sending, delivered, error}),
+              (Numbers{0, 2, 3, 5, 6, 7, 8, 0, 1, 3, 4, 5, 6, 7, 0, 1, 2, 3, 4}));
+    EXPECT_EQ((Numbers{repeat, clearDay, clearNight, rain, snow, sleet, wind, fog, cloudy,
+                       partlyCloudyDay, partlyCloudyNight, unknown}),
+              (Numbers{0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 127}));
+  }
+  {
+    using namespace LogCommandLevel;
+    using namespace DayOfWeek;
+    EXPECT_EQ((Numbers{trace, debug, info, warn, error, none, monday, tuesday, wednesday, thursday,
+                       friday, saturday, sunday}),
+              (Numbers{0, 1, 2, 3, 4, 0, 1, 2, 3, 4, 5, 6, 7}));
+  }
+  using namespace LogLevel;
+  using namespace TrackingSessionEvent;
+  using namespace SosMessageType;
+  using namespace ClientType;
+  using namespace NotificationType;
+  EXPECT_EQ((Numbers{trace, debug, info, warn, error, none, enable, disable, alarm, cancel, web,
+                     iOs, android, newMessageNotification, newTrackingViewerNotification,
+                     IntegrationType::none, IntegrationType::geos}),
+            (Numbers{0, 1, 2, 3, 4, 0, 1, 2, 0, 1, 0, 1, 2, 0, 1, 0, 1}));
 }
 
 TEST(Frame, HoldsAtMost65535Bytes) {

@@ -1,9 +1,9 @@
 #include <TandrellCore/Utility/Extensions/Timestamp+Tools.h>
+#include <TandrellCore/Utility/Extensions/Timestamp+ToolsImpl.h>
 #include <TandrellCore/Utility/MathUtil.h>
 
 #include <cmath>
 #include <concepts>
-#include <utility>
 
 namespace tandrell {
 namespace {
@@ -21,14 +21,14 @@ T mod(T a, T b) {
   return a - b * div(a, b);
 }
 
+double fraction(const ::Timestamp& timestamp) { return timestamp.nanos() / 1e9; }
+
+}  // namespace
+
 std::pair<std::int64_t, std::int32_t> normalizeForTimestamp(std::int64_t seconds,
                                                             std::int32_t nanos) {
   return {MathUtil::add(seconds, div(nanos, nanosPerSecond)), mod(nanos, nanosPerSecond)};
 }
-
-double fraction(const ::Timestamp& timestamp) { return timestamp.nanos() / 1e9; }
-
-}  // namespace
 
 ::Timestamp toTimestamp(Date date) {
   const double time = date.timeIntervalSince1970();
