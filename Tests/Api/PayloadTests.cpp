@@ -59,7 +59,6 @@ TEST(DevicePayload, IsEqualOnlyWithAllItsFields) {
   EXPECT_FALSE(data == DataPayload({8}, 1));
   EXPECT_FALSE(data == DataPayload({7}, 2));
   EXPECT_FALSE(data == DataPayload({7}, 1, DevicePayloadStatus::sending));
-  EXPECT_TRUE(CountingPayload() == CountingPayload());
   EXPECT_FALSE(CountingPayload() == CountingPayload(PackageType::sosMessage));
 }
 

@@ -19,8 +19,8 @@ using namespace ParcelStatus;
 World::Options withoutReception() { return {.communicator = {.reception = Reception::silent}}; }
 
 TEST(DeviceUtil, WalksThroughItsStates) {
-  World world({.communicator = {.trackingOn = true}});
   std::vector<std::string_view> tracking;
+  World world({.communicator = {.trackingOn = true}});
   world.subscriptions->add(world.link->initialTrackingState().observe(
       [&](DeviceTrackingState state) { tracking.push_back(nameOf(state)); }));
   EXPECT_THAT(world.events, ElementsAre("link disconnected", "device disconnected"));
@@ -49,8 +49,7 @@ TEST(DeviceUtil, WalksThroughItsStates) {
   EXPECT_EQ(world.link->quality().value(), 0);
   EXPECT_EQ(world.link->imei().value(), "");
   EXPECT_EQ(world.link->firmwareVersion().value(), std::nullopt);
-  EXPECT_THAT(tracking, ElementsAre("disconnected", "disabled", "enabled", "disconnected"))
-      << "disabled until the device has said otherwise";
+  EXPECT_THAT(tracking, ElementsAre("disconnected", "disabled", "enabled", "disconnected"));
   EXPECT_FALSE(world.link->settings().value());
   EXPECT_FALSE(world.link->wakeDate().value());
   EXPECT_EQ(world.time->nextDue(), std::nullopt) << "an idle world does nothing";
@@ -207,14 +206,13 @@ TEST(DeviceUtil, LogsWhatTheFirmwareSaysAsSuch) {
     world.communicator->log(static_cast<LogCommandLevel::Type>(level), "text");
   }
   world.time->advance(1s);
-  std::vector<int> levels;
+  std::string levels;
   for (const auto& line : log.lines()) {
-    if (line.userInfo.empty()) continue;
+    if (line.text != "text") continue;
     EXPECT_EQ(std::any_cast<std::string>(line.userInfo.at("LogUserInfoSourceKey")), "fir");
-    EXPECT_EQ(line.text, "text");
-    levels.push_back(static_cast<int>(line.level));
+    levels += std::to_string(static_cast<int>(line.level));
   }
-  EXPECT_THAT(levels, ElementsAre(1, 1, 2, 3, 4, 0));
+  EXPECT_EQ(levels, "112340");
 }
 
 TEST(PendingParcel, IsReadBackFromTextOfAnotherWriter) {

@@ -143,8 +143,7 @@ TEST(Scenario, PlaysTheDevicesSideForAnotherPhone) {
   world.time->advance(6s + 500ms);
   EXPECT_THAT(world.events,
               ElementsAre("link scanning", "link connected", "device listening", "parcel none",
-                          "parcel none", "device sleeping", "device listening"))
-      << "the parcels are the message and the forecast";
+                          "parcel none", "device sleeping", "device listening"));
   EXPECT_THAT(quality, ElementsAre(0, 2, 0, 2)) << "as told, in the raw bytes, on waking";
   EXPECT_EQ(world.link->battery().value(), 7);
   EXPECT_EQ(world.link->imei().value(), "300000000000009");
@@ -154,8 +153,7 @@ TEST(Scenario, PlaysTheDevicesSideForAnotherPhone) {
   world.events.clear();
   world.time->advance(30s);
   std::erase(world.events, "link scanning");
-  EXPECT_EQ(world.events, std::vector<std::string>(3, "link connected"))
-      << "dropped, off, rebooted";
+  EXPECT_EQ(world.events, std::vector<std::string>(3, "link connected")) << "drop, off, boot";
   EXPECT_EQ(others.size(), 12u);
   world.time->advance(1h);
   EXPECT_TRUE(player->isDone());

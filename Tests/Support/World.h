@@ -128,8 +128,7 @@ class World {
   std::shared_ptr<DeviceUtil> link;
   std::shared_ptr<TandrellDevice> device;
   std::vector<::Parcel> parcels;
-  /// Connection and activity states and parcel statuses in their order: "link scanning",
-  /// "device sending", "parcel delivered".
+  /// In order, for example "link scanning", "device sending", "parcel delivered".
   std::vector<std::string> events;
   std::optional<CompositeDisposable> subscriptions;
 };

@@ -64,6 +64,7 @@ TEST_F(TaskQueueTest, ClearRejectsEverythingAndLeavesTheQueueReady) {
   const auto first = queue(1);
   const auto second = queue(2);
   tasks->clear(BleError::peripheralDisconnected);
+  EXPECT_FALSE(running[0].isPending()) << "before it returns";
   const auto third = queue(3);
   EXPECT_THAT(started, ElementsAre(1, 3)) << "starts at once";
   machine.time->runDue();
