@@ -82,7 +82,7 @@ void BleSessionImpl::startWrite(const Uuid& charUUID, const Data& data,
   if (underWay || !promise.isPending()) return;
   log.debug("writeData(_:data:)", [] { return "writeData: task start"; });
   // It waits for the link, whose return starts the task again.
-  if (isPaused()) return;
+  if (pausedPeripheral_) return;
   const auto delegate = delegate_.lock();
   if (!delegate) {
     log.error("writeData(_:data:)", [] { return "writeData: delegate nil"; });
@@ -94,10 +94,6 @@ void BleSessionImpl::startWrite(const Uuid& charUUID, const Data& data,
   attempt.forwardTo(promise);
   attempt_ = attempt;
   delegate->writeForSession(serviceUUID_, charUUID, data, attempt);
-}
-
-bool BleSessionImpl::isPaused() const {
-  return !connected_ && !isTerminated_ && disconnectTimerWorkItem_;
 }
 
 void BleSessionImpl::observeWriteErrors(const Promise<Data>& queued) {

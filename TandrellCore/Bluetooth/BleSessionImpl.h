@@ -71,7 +71,6 @@ class BleSessionImpl final : public BleSession,
   HandlerPtr eventHandler() const;
   void queueWrite(const Uuid& charUUID, const Data& data, const Promise<Data>& written);
   void startWrite(const Uuid& charUUID, const Data& data, const Promise<Data>& promise);
-  bool isPaused() const;
   void observeWriteErrors(const Promise<Data>& queued);
   void handleTermination(const Error& taskError);
   void startDisconnectTimer(const QueuePtr& queue, const Uuid& peripheralId);

@@ -36,7 +36,8 @@ void BleUtility::registerServiceInfos(std::vector<BleServiceInfo> infos) {
   centralQueue_->asyncBarrier([self = shared_from_this(), infos = std::move(infos)] {
     self->expectedServiceInfos_ = infos;
     // A platform need not report again what was passed over for want of them.
-    if (self->isScanning()) self->scanForUndiscoveredSessionServices();
+    const auto& manager = self->centralManager_;
+    if (manager && manager->isScanning()) self->scanForUndiscoveredSessionServices();
   });
 }
 
@@ -118,8 +119,6 @@ BleUtility::RecordPtr BleUtility::findRecordToWrite(const Uuid& serviceUUID) con
   return nullptr;
 }
 
-bool BleUtility::isScanning() const { return centralManager_ && centralManager_->isScanning(); }
-
 void BleUtility::startScanNow() {
   constexpr std::string_view operation = "startScan()";
   const auto state = wasReset_ ? CentralManagerState::unsupported : centralManager()->state();
@@ -162,7 +161,7 @@ void BleUtility::scanForUndiscoveredSessionServices() {
 }
 
 void BleUtility::stopScan() {
-  if (!isScanning()) return;
+  if (!centralManager_ || !centralManager_->isScanning()) return;
   log.verbose("stopScan()", [] { return "stopScan: scanning stopped"; });
   centralManager_->stopScan();
   for (const auto& [uuid, session] : sessions_) session->setScanning(false);

@@ -35,8 +35,7 @@ struct BleWriteProgress {
 ///
 /// The application owns it; it owns its sessions and peripheral records. All state is touched on
 /// `centralQueue()` in barrier blocks; public operations hop there and may be called from any
-/// thread. Nothing is thrown or returned as a failure: failures go to the write's promise or to the
-/// sessions, and are logged.
+/// thread. Nothing is thrown: failures go to the write's promise or the sessions, and are logged.
 class TANDRELL_API BleUtility final : public BleSessionDelegate,
                                       public CentralManagerDelegate,
                                       public std::enable_shared_from_this<BleUtility> {
@@ -48,17 +47,15 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   ~BleUtility() override;
 
   /// The services that the application expects, for example `BleConfig::deviceServiceInfo()`.
-  /// Without any, no peripheral is recognised. A scan that is running begins again with them; a
-  /// peripheral that is connected already is not asked for them.
+  /// Without any, none is recognised. A running scan begins anew; what is connected is not asked.
   void registerServiceInfos(std::vector<BleServiceInfo> infos);
 
   /// The session of the service, made on first use, from now on scanned for. Waits for the central
   /// queue, on which it must therefore not be called.
   std::shared_ptr<BleSession> sessionForService(const Uuid& serviceUUID);
 
-  /// Looks for the explicit sessions that are neither connected nor ended. While the state of the
-  /// radio is unknown the scan waits for it; with the radio off, or after `reset()`, every session
-  /// gets `BleError::bluetoothDisabled`.
+  /// Looks for the explicit sessions that are neither connected nor ended, once the radio's state
+  /// is known. With it off, or after `reset()`, every session gets `BleError::bluetoothDisabled`.
   void startScan() override;
 
   /// Writes to a characteristic. Rejected with `peripheralNotFound`, with `characteristicBusy`
@@ -66,14 +63,12 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   /// the link ends before the write, or with the platform's error.
   void writeData(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
                  Promise<Data> promise) override;
-
   void writeForSession(const Uuid& serviceUUID, const Uuid& charUUID, Data data,
                        Promise<Data> promise) override;
 
   /// Ends the connection of the service's session. Where there is none the attempts for it are let
   /// go, and the session is told at once that it is disconnected.
   void disconnectPeripheral(const Uuid& serviceUUID) override;
-
   void sessionDidExpire(const Uuid& serviceUUID) override;
 
   /// Lets go of every restored peripheral that has not been connected again.
@@ -110,7 +105,6 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   RecordPtr findRecordToWrite(const Uuid& serviceUUID) const;
   RecordPtr makeRecord(const PeripheralPtr& peripheral);
   std::vector<Uuid> registeredServices(const std::vector<Uuid>& services) const;
-
   bool isAwaited(const Uuid& serviceUUID, const Uuid& identifier) const;
   bool isWanted(const Uuid& identifier, const std::vector<Uuid>& services) const;
   bool isNeeded(const BlePeripheral& record) const;
@@ -121,16 +115,13 @@ class TANDRELL_API BleUtility final : public BleSessionDelegate,
   void leaveAlone(BlePeripheral& record);
   void fulfillWhatIsFound();
   void scanAnew();
-
-  bool isScanning() const;
   void startScanNow();
   void scanForUndiscoveredSessionServices();
   void stopScan();
   void failAllSessions(BleError error);
   void connectWaitingPeripherals();
   void connect(BlePeripheral& record);
-  void write(const Uuid& serviceUUID, const Uuid& charUUID, Data data, Promise<Data> promise,
-             WhenCut whenCut);
+  void write(const Uuid& serviceUUID, const Uuid& charUUID, Data, Promise<Data>, WhenCut);
   void disconnectNow(const Uuid& serviceUUID);
   void resetNow();
   void clearRestoringNow();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <TandrellCore/Bluetooth/BleSessionImpl.h>
 #include <TandrellCore/Bluetooth/BleUtility.h>
 #include <TandrellCore/Utility/Extensions/Data+Tools.h>
 #include <TandrellCore/Utility/Overloaded.h>
@@ -30,8 +31,12 @@ class CentralTest : public testing::TestWithParam<std::uint32_t> {
   }
 
   BleSession::EventHandler handler() {
-    return [this](const BleEvent& event) { events_.push_back(textOf(event)); };
+    return [this](const BleEvent& event) {
+      events_.push_back(textOf(event));
+      expectFlagsOf(event);
+    };
   }
+  BleSessionImpl& impl() { return dynamic_cast<BleSessionImpl&>(*session); }
   /// What the session has reported since the last call.
   std::vector<std::string> takeEvents() { return std::exchange(events_, {}); }
   void pass(Duration duration) { machine.time->advance(duration); }
@@ -77,6 +82,15 @@ class CentralTest : public testing::TestWithParam<std::uint32_t> {
   std::shared_ptr<BleSession> session;
 
  private:
+  /// The flags say what the event says, when it is told.
+  void expectFlagsOf(const BleEvent& event) {
+    const auto is = [&]<class... E>(E...) { return (std::holds_alternative<E>(event) || ...); };
+    const bool connects = is(BleConnectEvent{});
+    const bool ends = is(BleDisconnectEvent{}, BleErrorEvent{});
+    const bool drops = ends || is(BlePauseEvent{});
+    EXPECT_FALSE(session->connected() ? drops : connects) << events_.back();
+    EXPECT_FALSE(session->scanning() && (connects || ends)) << events_.back();
+  }
   static std::string textOf(const BleEvent& event) {
     return std::visit(
         Overloaded{[](const BleErrorEvent& e) { return std::string(errorText(e.error)); },
