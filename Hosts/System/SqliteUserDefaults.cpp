@@ -121,6 +121,7 @@ struct SqliteUserDefaults::Store {
   const std::string path;
   std::mutex mutex;
   const SqliteConnection connection;
+  const std::string file = sqlite3_db_filename(connection.get(), "main");  // through links
   const SqliteStatement select;
   const SqliteStatement replace;
   const SqliteStatement remove;
@@ -173,7 +174,7 @@ ObservableValue<std::optional<Error>>& SqliteUserDefaults::observableProblem() {
 }
 
 Result<Claim> SqliteUserDefaults::claim(std::string_view name) {
-  return claimBeside(sqlite3_db_filename(store_->connection.get(), "main"), name);
+  return claimBeside(store_->file, name);
 }
 
 void SqliteUserDefaults::setErrorHandler(ErrorHandler handler) {

@@ -20,6 +20,14 @@ namespace tandrell {
 /// The link to the communicator: its live state, and a queue of parcels that are written to it one
 /// at a time. All operations may be called from any thread. Observers are called on the link's
 /// queues; continuations of its promises run on the main queue unless they name another.
+///
+/// The book of parcels in the store belongs to one link. It is claimed by the first `toggleScan()`,
+/// `send` or `errorWaitingParcels()`, and given free with the link. While another link has it, in
+/// this process or in another one, these reject with `ClaimError::held`, whose text names the
+/// holder, and touch neither store nor radio; the next call tries again.
+///
+/// What the store cannot keep is sent all the same, and promises are fulfilled as ever: a later
+/// start knows nothing of it. The log says so once, and `UserDefaults::problem()` for as long.
 class TANDRELL_API DeviceUtil {
  public:
   virtual ~DeviceUtil() = default;
@@ -48,7 +56,8 @@ class TANDRELL_API DeviceUtil {
   /// Starts looking for the communicator, and connects to it; while it is looking or connected,
   /// disconnects instead. Fulfilled with the state that comes of it: connected, disconnected when
   /// the attempt ends otherwise, or disconnected at once for a disconnection. Rejected with a
-  /// `BleError` when the radio is off or connecting fails. A later call takes the place of an
+  /// `BleError` when the radio is off or connecting fails. That a connection was asked for is
+  /// stored from the link's own queue, soon after the call. A later call takes the place of an
   /// earlier one whose promise is still pending; that promise then stays pending.
   virtual Promise<DeviceConnectionState> toggleScan() = 0;
 

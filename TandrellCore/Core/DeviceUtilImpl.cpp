@@ -41,8 +41,38 @@ DeviceUtilImpl::~DeviceUtilImpl() = default;
 
 void DeviceUtilImpl::onTaskStore(std::function<void(DeviceUtilImpl&)> block) {
   taskSafe_.write([weak = weak_from_this(), block = std::move(block)] {
-    if (const auto self = weak.lock()) block(*self);
+    const auto self = weak.lock();
+    if (!self) return;
+    block(*self);
+    self->noteRecording();
   });
+}
+
+std::optional<Error> DeviceUtilImpl::claimBook(std::string_view operation) {
+  // Held while the store is asked, or two threads of this link would be each other's holder.
+  const std::lock_guard lock(claimMutex_);
+  if (claim_) return std::nullopt;
+  const auto claimed = environment_.userDefaults->claim("DeviceUtil");
+  if (claimed.isSuccess()) {
+    claim_ = claimed.value();
+    return std::nullopt;
+  }
+  log.error(operation,
+            [&] { return "claimBook: refused; error=" + claimed.error().description(); });
+  return claimed.error();
+}
+
+void DeviceUtilImpl::noteRecording() {
+  const auto problem = environment_.userDefaults->problem();
+  if (isRecording_ == !problem) return;
+  isRecording_ = !problem;
+  if (problem) {
+    log.error("noteRecording()", [&] {
+      return "noteRecording: nothing is recorded; error=" + problem->description();
+    });
+  } else {
+    log.warning("noteRecording()", [] { return "noteRecording: all is recorded again"; });
+  }
 }
 
 std::shared_ptr<BleSession> DeviceUtilImpl::session() const {
@@ -68,6 +98,9 @@ DeviceUtilImpl::ScanPromise DeviceUtilImpl::pendingScanPromise() const {
 }
 
 Promise<DeviceConnectionState> DeviceUtilImpl::toggleScan() {
+  if (const auto refusal = claimBook("toggleScan()")) {
+    return Promise<DeviceConnectionState>::rejected(environment_.mainQueue(), *refusal);
+  }
   const auto current = session();
   if (current && (current->scanning() || current->connected())) {
     current->disconnect();
@@ -104,7 +137,11 @@ void DeviceUtilImpl::listenTo(BleSession& session) {
 }
 
 void DeviceUtilImpl::setRequestedScan(bool requested) {
-  didRequestDeviceScan_->setValue(requested);
+  // The store may take its time, and the flag is to be stored even where the link goes meanwhile.
+  taskSafe_.write([weak = weak_from_this(), flag = didRequestDeviceScan_, requested] {
+    flag->setValue(requested);
+    if (const auto self = weak.lock()) self->noteRecording();
+  });
 }
 
 void DeviceUtilImpl::disconnect() {
@@ -206,6 +243,9 @@ void DeviceUtilImpl::resetTasks() {
 }
 
 Promise<::Parcel> DeviceUtilImpl::send(const ::Parcel& parcel, bool requiresTransmission) {
+  if (const auto refusal = claimBook("send(parcel:requiresTransmission:)")) {
+    return Promise<::Parcel>::rejected(environment_.mainQueue(), *refusal);
+  }
   if (!requiresTransmission) return sendWithoutTransmission(parcel);
   return queueTask({parcel, Promise<::Parcel>(environment_.mainQueue())});
 }
@@ -230,7 +270,10 @@ Promise<::Parcel> DeviceUtilImpl::queueTask(const ParcelTask& task) {
   // As a barrier, because it edits the list.
   task.promise.onError(barrier(taskSafe_.queue()),
                        [weak = weak_from_this(), id = task.parcel.id()](const Error&) {
-                         if (const auto self = weak.lock()) self->didFailTask(id);
+                         const auto self = weak.lock();
+                         if (!self) return;
+                         self->didFailTask(id);
+                         self->noteRecording();
                        });
   return task.promise;
 }

@@ -15,11 +15,10 @@ namespace tandrell {
 
 /// The link. Owned by whoever made it; every block that it leaves on a queue holds it weakly.
 ///
-/// Three places touch its state, each its own: the caller's thread (`toggleScan`, the session and
-/// the pending scan promise, under a mutex held for the moment of reading or writing them), the
-/// central's queue (session events, the parser) and the task store's queue (the tasks, the pending
-/// and waiting lists, the timer, and every subject but `connectionState`, so that what the device
-/// says and what the link does are published in one order).
+/// Three places touch its state: the caller's thread (`toggleScan`, the session and the pending
+/// scan promise, under a mutex held for the moment of reading or writing them), the central's queue
+/// (session events, the parser) and the task store's queue (the tasks, the store, the timer, and
+/// every subject but `connectionState`, so that all is published in one order).
 class DeviceUtilImpl final : public DeviceUtil,
                              public std::enable_shared_from_this<DeviceUtilImpl> {
  public:
@@ -63,6 +62,9 @@ class DeviceUtilImpl final : public DeviceUtil,
 
   /// Submits a barrier block on the task store's queue.
   void onTaskStore(std::function<void(DeviceUtilImpl&)> block);
+  // The store: whose book it is; whether it keeps what it is given, to be asked after changes.
+  std::optional<Error> claimBook(std::string_view operation);
+  void noteRecording();
 
   // The link and its session.
   std::shared_ptr<BleSession> session() const;
@@ -119,6 +121,8 @@ class DeviceUtilImpl final : public DeviceUtil,
 
   const Environment environment_;
   const std::shared_ptr<BleUtility> ble_;
+  std::mutex claimMutex_;  // guards the next one
+  Claim claim_;            // before all that changes the book, so that it goes last
 
   BehaviorSubject<std::int64_t> quality_{0};
   BehaviorSubject<std::int64_t> battery_{-1};
@@ -134,12 +138,12 @@ class DeviceUtilImpl final : public DeviceUtil,
   mutable std::mutex mutex_;  // guards the next two
   std::shared_ptr<BleSession> bleSession_;
   ScanPromise pendingScanPromise_;
-
   const std::shared_ptr<UserDefault<PendingParcels>> pendingParcels_;
   const std::shared_ptr<AppDefault<PendingParcels>> waitingParcels_;
   const std::shared_ptr<AppDefault<bool>> didRequestDeviceScan_;
   WorkItemPtr pendingParcelDispatchWorkItem_;
   std::unique_ptr<CommandParser> commandParser_;
+  bool isRecording_ = true;
   TaskSafe taskSafe_;
 };
 

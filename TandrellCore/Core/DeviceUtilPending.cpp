@@ -51,6 +51,7 @@ void DeviceUtilImpl::reloadWaitingParcels() {
 }
 
 void DeviceUtilImpl::errorWaitingParcels() {
+  if (claimBook("errorWaitingParcels()")) return;
   onTaskStore([](DeviceUtilImpl& self) { self.reportWaitingParcels(); });
 }
 
@@ -74,7 +75,10 @@ void DeviceUtilImpl::startPendingParcelsTimer() {
   pendingParcelDispatchWorkItem_ =
       taskSafe_.queue()->asyncBarrierAfter(PendingParcelTimerDelay, [weak = weak_from_this()] {
         log.debug(operation, [] { return "startPendingParcelsTimer: timer fired"; });
-        if (const auto self = weak.lock()) self->timeoutPendingParcels();
+        const auto self = weak.lock();
+        if (!self) return;
+        self->timeoutPendingParcels();
+        self->noteRecording();
       });
 }
 

@@ -41,8 +41,8 @@ TEST(DeviceUtil, WalksThroughItsStates) {
 
   const auto promise = world.link->toggleScan();
   EXPECT_EQ(promise.result()->value(), DeviceConnectionState::disconnected);
-  EXPECT_EQ(world.defaults->object("DeviceUtil.didRequestDeviceScan"), PropertyList{false});
   world.time->advance(5s);
+  EXPECT_EQ(world.defaults->object("DeviceUtil.didRequestDeviceScan"), PropertyList{false});
   EXPECT_EQ(world.link->connectionState().value(), DeviceConnectionState::disconnected);
   EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::disconnected);
   EXPECT_EQ(world.link->battery().value(), -1);
@@ -213,6 +213,68 @@ TEST(DeviceUtil, LogsWhatTheFirmwareSaysAsSuch) {
     levels += std::to_string(static_cast<int>(line.level));
   }
   EXPECT_EQ(levels, "112340");
+}
+
+TEST(DeviceUtil, HasItsBookAloneUntilItIsReleased) {
+  World world(withoutReception());
+  const auto second = makeDeviceUtil(world.environment, world.ble);
+  world.link->errorWaitingParcels();
+  const auto changes = world.defaults->changes();
+  const Error held(ClaimError::held);
+  EXPECT_EQ(second->toggleScan().result()->error(), held);
+  EXPECT_EQ(second->send(World::message(7, "text")).result()->error(), held);
+  EXPECT_EQ(second->send(World::message(7, "text"), false).result()->error(), held);
+  EXPECT_EQ(second->updateSettings({}).result()->error(), Error(BleError::peripheralNotFound));
+  second->errorWaitingParcels();
+  second->disconnect();
+  world.time->advance(5s);
+  EXPECT_EQ(second->connectionState().value(), DeviceConnectionState::disconnected);
+  EXPECT_EQ(world.communicator->records().connections, 0u);
+  EXPECT_EQ(world.defaults->changes(), changes);
+  ASSERT_TRUE(world.connect());
+  for (const std::uint32_t id : {1u, 2u, 3u}) (void)world.link->send(World::message(id, "text"));
+  world.time->advance(5s);
+  world.killApplication();
+  std::vector<std::uint32_t> reported;
+  const auto reports =
+      second->parcel().observe([&](const ::Parcel& parcel) { reported.push_back(parcel.id()); });
+  second->errorWaitingParcels();
+  world.time->runDue();
+  EXPECT_THAT(reported, ElementsAre(2, 3)) << "it asks again at its next use";
+}
+
+TEST(DeviceUtil, SendsWhatCannotBeRecordedAndSaysSoOnce) {
+  World world;
+  auto& log = LogCapture::start();
+  std::vector<bool> observed;
+  const auto problems = world.defaults->observableProblem().observe(
+      [&](const auto& problem) { observed.push_back(problem.has_value()); });
+  int asked = 0;
+  world.defaults->setFault([&](std::string_view) { return ++asked > 0; });
+  const auto connected = world.link->toggleScan();
+  EXPECT_EQ(asked, 0) << "the caller does not wait for the store";
+  world.time->advance(5s);
+  EXPECT_EQ(connected.result()->value(), DeviceConnectionState::connected);
+  const auto sent = world.link->send(World::message(1, "text"));
+  ASSERT_TRUE(world.eventually([&] { return world.ended(1); }));
+  EXPECT_TRUE(sent.result()->isSuccess());
+  EXPECT_EQ(asked, 3) << "the flag and the two lists";
+  const auto lines = [&](LogFacadeLevel level) {
+    auto texts = log.texts(level);
+    std::erase_if(texts, [](const auto& text) { return !text.starts_with("noteRecording: "); });
+    return texts;
+  };
+  EXPECT_THAT(lines(LogFacadeLevel::error),
+              ElementsAre(testing::StartsWith("noteRecording: nothing is recorded; error=")));
+  world.defaults->setFault({});
+  (void)world.link->send(World::message(2, "text"));
+  ASSERT_TRUE(world.eventually([&] { return world.ended(2); }));
+  EXPECT_THAT(lines(LogFacadeLevel::warning), IsEmpty()) << "the flag is still lost";
+  (void)world.link->toggleScan();
+  world.time->advance(5s);
+  EXPECT_THAT(lines(LogFacadeLevel::warning), ElementsAre("noteRecording: all is recorded again"));
+  EXPECT_EQ(lines(LogFacadeLevel::error).size(), 1u);
+  EXPECT_EQ(observed, (std::vector{false, true, false}));
 }
 
 TEST(PendingParcel, IsReadBackFromTextOfAnotherWriter) {

@@ -3,6 +3,7 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -33,6 +34,7 @@ class Descriptor {
   Descriptor& operator=(const Descriptor&) = delete;
 
   bool isOpen() const { return number_ >= 0; }
+  bool lock() const { return ::flock(number_, LOCK_EX | LOCK_NB) == 0; }
   bool sync() const { return ::fsync(number_) == 0; }
   bool write(std::string_view text) const {
     while (!text.empty()) {
@@ -105,7 +107,12 @@ FileUserDefaults::FileUserDefaults(std::string path, Entries entries, ErrorHandl
     : path_(std::move(path)), onError_(std::move(onError)), entries_(std::move(entries)) {}
 
 void FileUserDefaults::setObject(const PropertyList& object, std::string_view key) {
-  change([&](Entries& entries) { entries.insert_or_assign(std::string(key), object); });
+  if (object.isDeeperThan(PropertyList::maximumDepth)) {  // it could not be read again
+    const auto error = failure(FileUserDefaultsError::cannotWrite, path_, "nested too deep");
+    state_.didChange(key, error);
+    return onError_(error);
+  }
+  change(key, [&](Entries& entries) { entries.insert_or_assign(std::string(key), object); });
 }
 
 std::optional<PropertyList> FileUserDefaults::object(std::string_view key) const {
@@ -115,23 +122,46 @@ std::optional<PropertyList> FileUserDefaults::object(std::string_view key) const
 }
 
 void FileUserDefaults::removeObject(std::string_view key) {
-  change([&](Entries& entries) {
+  change(key, [&](Entries& entries) {
     const auto entry = entries.find(key);
     if (entry != entries.end()) entries.erase(entry);
   });
 }
 
-void FileUserDefaults::change(const std::function<void(Entries&)>& make) {
-  std::unique_lock lock(mutex_);
-  Entries changed = entries_;
-  make(changed);
-  std::string text;
-  for (const auto& [key, value] : changed) text += toWord(key) + ' ' + toText(value) + '\n';
-  if (replaceFile(path_, text)) {
-    entries_.swap(changed);
-    return;
+void FileUserDefaults::change(std::string_view key, const std::function<void(Entries&)>& make) {
+  std::optional<Error> error;
+  {
+    const std::lock_guard lock(mutex_);
+    Entries changed = entries_;
+    make(changed);
+    std::string text;
+    for (const auto& [name, value] : changed) text += toWord(name) + ' ' + toText(value) + '\n';
+    if (replaceFile(path_, text)) {
+      entries_.swap(changed);
+    } else {
+      const auto reason = std::generic_category().message(errno);
+      error = failure(FileUserDefaultsError::cannotWrite, path_, reason);
+    }
+    state_.didChange(key, error);
   }
-  const auto reason = std::generic_category().message(errno);
-  lock.unlock();
-  onError_(failure(FileUserDefaultsError::cannotWrite, path_, reason));
+  if (error) onError_(*error);
+}
+
+tandrell::Result<tandrell::Claim> FileUserDefaults::claim(std::string_view name) {
+  using Outcome = tandrell::Result<tandrell::Claim>;
+  using tandrell::ClaimError;
+  const auto refusal = [&](ClaimError kind, std::string_view text) {
+    return Outcome::error({std::string(errorDomain(kind)), static_cast<int>(kind),
+                           fmt::format("{}: {} {}", path_, name, text)});
+  };
+  const auto path = path_ + ".lock";
+  const auto file = std::make_shared<const Descriptor>(path, O_RDWR | O_CREAT);
+  if (!file->isOpen()) return refusal(ClaimError::cannotClaim, "cannot be claimed");
+  if (!file->lock()) {
+    std::string holder;
+    std::getline(std::ifstream(path), holder);
+    return refusal(ClaimError::held, "is held by " + holder);
+  }
+  file->write(fmt::format("process {:<10}\n", ::getpid()));  // as long as the one before
+  return Outcome::success(file);
 }
