@@ -92,11 +92,13 @@ TEST(DeviceUtil, ForgetsHalfAFrameWhenTheRadioGoesWithoutAWordOfTheLink) {
   connect();
   peripheral->notify(Service, TransmittingChar, Data(frame.begin(), frame.end() - 1));
   radio->setState(CentralManagerState::poweredOff);
+  const auto refused = link->toggleScan();
+  machine.time->runDue();
+  EXPECT_EQ(refused.result()->error(), Error(BleError::bluetoothDisabled));
   radio->setState(CentralManagerState::poweredOn);
   connect();
   peripheral->notify(Service, TransmittingChar, frame);
-  ASSERT_TRUE(link->settings().value());
-  EXPECT_EQ(link->settings().value()->trackinginterval(), 300u);
+  EXPECT_EQ(link->settings().value().value_or(::SettingsCommand()).trackinginterval(), 300u);
 }
 
 TEST(DeviceUtil, WritesOneParcelAtATimeAndTheNextWhenTheFirstIsDelivered) {

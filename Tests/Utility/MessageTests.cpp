@@ -29,9 +29,7 @@ TEST(Message, IsNotEqualWithoutWhatItDoesNotKnow) {
   EXPECT_EQ(hashOf(copy), hashOf(*parcel));
   copy.set_id(1);
   EXPECT_NE(hashOf(copy), hashOf(*parcel));
-  auto other = copy;
-  other.set_id(2);
-  EXPECT_NE(hashOf(copy), hashOf(other)) << "of the same size";
+  EXPECT_NE(hashOf(copy), hashOf(*fromData<::Parcel>(Data{0x10, 2}))) << "of the same size";
 }
 
 TEST(Message, ReadsAndWritesTheServersJson) {
