@@ -28,7 +28,8 @@ class TANDRELL_API BleSession {
   virtual BleSession& start() = 0;
 
   /// How long it may take from a drop until the service is usable again, before the link counts as
-  /// disconnected; absent (the initial value): no grace period, every drop is a disconnect.
+  /// disconnected; absent (the initial value): no grace period, every drop is a disconnect. Only the
+  /// device that dropped counts. An error in between ends the session, and the disconnect follows.
   virtual BleSession& reconnectDuration(std::optional<Duration> duration) = 0;
 
   /// Installs the one handler and hands it every event that arrived before there was one, oldest
@@ -44,7 +45,7 @@ class TANDRELL_API BleSession {
   /// rejected.
   virtual Promise<Data> writeData(const Uuid& charUUID, Data data) = 0;
 
-  /// Looks for the service again after the session was ended.
+  /// Looks for the service again after the session was ended, and calls off a grace period.
   virtual void reconnect() = 0;
 
   /// Ends the session; a disconnect event follows.

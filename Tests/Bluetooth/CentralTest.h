@@ -17,8 +17,11 @@ namespace tandrell::test {
 
 using namespace std::chrono_literals;
 using namespace BleConfig::DeviceUUIDs;
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
+using testing::StartsWith;
 
 /// The central over a scripted radio, with the communicator's session and two devices. Runs in the
 /// order of posting (0) and with the order between queues drawn from seeds.
@@ -33,7 +36,12 @@ class CentralTest : public testing::TestWithParam<std::uint32_t> {
   BleSession::EventHandler handler() {
     return [this](const BleEvent& event) {
       events_.push_back(textOf(event));
-      expectFlagsOf(event);
+      const auto is = [&]<class... E>(E...) { return (std::holds_alternative<E>(event) || ...); };
+      const bool connects = is(BleConnectEvent{});
+      const bool ends = is(BleDisconnectEvent{}, BleErrorEvent{});
+      const bool drops = ends || is(BlePauseEvent{});
+      EXPECT_FALSE(session->connected() ? drops : connects) << "at " << events_.back();
+      EXPECT_FALSE(session->scanning() && (connects || ends)) << "at " << events_.back();
     };
   }
   BleSessionImpl& impl() { return dynamic_cast<BleSessionImpl&>(*session); }
@@ -53,15 +61,22 @@ class CentralTest : public testing::TestWithParam<std::uint32_t> {
     session->disconnect();
     pass(0s);
   }
-  void findEverything() {
-    a->findServices({Service});
-    a->findCharacteristics(Service, {TransmittingChar, ReceivingChar});
+  void findEverything() { find(a, {Service}); }
+  void find(const std::shared_ptr<ScriptedPeripheral>& device, const std::vector<Uuid>& services) {
+    device->findServices(services);
+    for (const auto& uuid : services) {
+      device->findCharacteristics(uuid, {TransmittingChar, ReceivingChar});
+    }
   }
   /// From the advertisement to the connect event.
+  void offer(const std::shared_ptr<ScriptedPeripheral>& device,
+             const std::vector<Uuid>& services = {Service}) {
+    radio->advertise(device, services);
+    radio->tellConnected(device);
+    find(device, services);
+  }
   void connect() {
-    radio->advertise(a);
-    radio->tellConnected(a);
-    findEverything();
+    offer(a);
     ASSERT_TRUE(session->connected());
     takeEvents();
     radio->takeCalls();
@@ -82,15 +97,6 @@ class CentralTest : public testing::TestWithParam<std::uint32_t> {
   std::shared_ptr<BleSession> session;
 
  private:
-  /// The flags say what the event says, when it is told.
-  void expectFlagsOf(const BleEvent& event) {
-    const auto is = [&]<class... E>(E...) { return (std::holds_alternative<E>(event) || ...); };
-    const bool connects = is(BleConnectEvent{});
-    const bool ends = is(BleDisconnectEvent{}, BleErrorEvent{});
-    const bool drops = ends || is(BlePauseEvent{});
-    EXPECT_FALSE(session->connected() ? drops : connects) << events_.back();
-    EXPECT_FALSE(session->scanning() && (connects || ends)) << events_.back();
-  }
   static std::string textOf(const BleEvent& event) {
     return std::visit(
         Overloaded{[](const BleErrorEvent& e) { return std::string(errorText(e.error)); },

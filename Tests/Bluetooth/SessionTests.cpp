@@ -22,13 +22,9 @@ TEST_P(SessionTest, KeepsEventsUntilThereIsAHandler) {
   EXPECT_THAT(takeEvents(), IsEmpty()) << "also of what was under way when it was disposed of";
   radio->advertise(a);
   session->onEvent({});
-  session->onEvent([&, note = handler()](const BleEvent& event) {
-    note(event);
-    session->disposeEventHandler();
-  });
+  session->onEvent([&](const BleEvent&) { session->disposeEventHandler(); });  // takes the first
   session->onEvent(handler());
-  EXPECT_THAT(takeEvents(),
-              ElementsAre("receive w", "receive x", "BlePauseEvent", "BleDiscoverEvent"))
+  EXPECT_THAT(takeEvents(), ElementsAre("receive x", "BlePauseEvent", "BleDiscoverEvent"))
       << "before onEvent has returned";
   session->onEvent(handler());
   EXPECT_THAT(takeEvents(), IsEmpty()) << "each is handed over once";
@@ -70,14 +66,13 @@ TEST_P(SessionTest, ItsGracePeriodCountsFromTheFirstDropAndRunsOnWithoutARadio) 
   pass(1ms);
   EXPECT_THAT(takeEvents(), ElementsAre("BleDisconnectEvent"));
 
-  for (const bool radioGoes : {true, false}) {
-    radio->setState(CentralManagerState::poweredOn);
+  radio->setState(CentralManagerState::poweredOn);
+  for (const auto& call : {&BleSession::reconnect, &BleSession::disconnect}) {
     reconnect();
     connect();
     drop();
-    if (radioGoes) radio->setState(CentralManagerState::poweredOff);
-    radioGoes ? reconnect() : disconnect();
-    takeEvents();
+    ((*session).*call)();
+    pass(0s);
     EXPECT_EQ(machine.time->nextDue(), std::nullopt) << "called off";
   }
 }

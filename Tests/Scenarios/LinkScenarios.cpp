@@ -9,10 +9,12 @@ namespace tandrell::test {
 namespace {
 
 using testing::ElementsAre;
+using testing::ElementsAreArray;
 using testing::IsEmpty;
 using namespace ParcelStatus;
 
 const std::string longText(200, 'x');  // a frame of 12 chunks
+const CommunicatorOptions stranger{.identifier = Uuid("5A7E1117-0000-4000-8000-000000000002")};
 
 TEST(Scenario, AMessageGoesOutInChunksAndOneComesBack) {
   World world({.communicator = {.reply = "on my way"}});
@@ -68,6 +70,33 @@ TEST(Scenario, ADropThatOutlastsTheGracePeriodEndsTheSendAndIsNotRevived) {
   EXPECT_EQ(world.link->connectionState().value(), DeviceConnectionState::disconnected);
   EXPECT_EQ(world.communicator->records().connections, 1u) << "nobody looks for it any more";
   EXPECT_TRUE(world.connect());
+}
+
+TEST(Scenario, ARadioThatGoesInAPauseEndsTheLinkUnlessItIsLookedForAgain) {
+  for (const bool again : {false, true}) {
+    World world({.communicator = {.reception = Reception::silent}});
+    ASSERT_TRUE(world.connect());
+    (void)world.link->send(World::message(1, "at the device"));
+    (void)world.link->send(World::message(2, "behind it"));
+    world.time->advance(10s);
+    world.communicator->setInRange(false);
+    world.time->advance(10s);
+    world.radio->setState(CentralManagerState::poweredOff);
+    world.time->advance(10s);
+    if (again) {
+      world.radio->setState(CentralManagerState::poweredOn);
+      world.communicator->setInRange(true);
+      ASSERT_TRUE(world.connect());
+    }
+    world.time->advance(20s);
+    EXPECT_EQ(world.link->battery().value(), again ? 80 : -1);
+    EXPECT_EQ(world.link->activityState().value() == DeviceActivityState::sending, again);
+    EXPECT_THAT(world.statusesOf(2), ElementsAreArray(std::vector(again ? 0 : 1, error)));
+    if (!again) continue;
+    world.communicator->setReception(Reception::available);
+    world.time->advance(1min);
+    EXPECT_TRUE(world.ended(2)) << "it waited";
+  }
 }
 
 TEST(Scenario, AParcelOfWhichTheDeviceIsSilentTimesOutAfterTheNextConnection) {
@@ -151,6 +180,7 @@ TEST(Scenario, ARestartReportsWhatWaitedAndTheNewLifeTimesOutWhatWasPending) {
   for (const std::uint32_t id : {1u, 2u, 3u}) (void)world.link->send(World::message(id, "text"));
   world.time->advance(10s);
   world.killApplication();
+  const auto beside = SimulatedCommunicator::make(world.radio, stranger);
   world.time->advance(100s);
   world.parcels.clear();
   world.startApplication();
@@ -168,6 +198,7 @@ TEST(Scenario, ARestartReportsWhatWaitedAndTheNewLifeTimesOutWhatWasPending) {
   EXPECT_THAT(world.statusesOf(1), ElementsAre(error));
   EXPECT_EQ(world.timesReceived(9), 1u);
   EXPECT_THAT(world.statusesOf(9), IsEmpty());
+  EXPECT_EQ(beside->records().connections, 0u) << "the device that was left connected goes first";
 }
 
 TEST(Scenario, AnExpiredIdentifierResetsTheConnection) {
