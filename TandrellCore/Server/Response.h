@@ -37,6 +37,15 @@ class Response {
         error(error ? std::move(error) : errorOf(status)),
         errorResponse(this->data ? std::nullopt : parseErrorResponse(rawData)) {}
 
+  /// An envelope of exactly these parts, as one was kept: nothing is looked into or filled in, so
+  /// that it may hold no error whatever its status.
+  static Response ofParts(std::optional<T> data, ResponseStatus status, int code,
+                          std::optional<Error> error,
+                          std::optional<::ErrorResponse> errorResponse = std::nullopt) {
+    return Response(Parts(), std::move(data), status, code, std::move(error),
+                    std::move(errorResponse));
+  }
+
   /// A code from 400 to 499; a 408 is this and a time-out.
   bool isClientError() const { return code >= 400 && code <= 499; }
 
@@ -63,6 +72,16 @@ class Response {
   const std::optional<::ErrorResponse> errorResponse;
 
  private:
+  struct Parts {};
+
+  Response(Parts, std::optional<T> data, ResponseStatus status, int code,
+           std::optional<Error> error, std::optional<::ErrorResponse> errorResponse)
+      : data(std::move(data)),
+        status(status),
+        code(code),
+        error(std::move(error)),
+        errorResponse(std::move(errorResponse)) {}
+
   static std::optional<Error> errorOf(ResponseStatus status) {
     if (status == ResponseStatus::timeout) return ResponseError::timeout();
     if (status == ResponseStatus::error) return ResponseError::unknown("");

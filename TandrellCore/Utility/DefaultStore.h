@@ -32,7 +32,7 @@ TANDRELL_API std::string currentUserKeyPart();
 /// shared. May be used from any thread; two threads that read an empty handle for the first time
 /// at once ask the default-value provider once between them.
 template <class T>
-class DefaultStore {
+class DefaultStore : public std::enable_shared_from_this<DefaultStore<T>> {
  public:
   using DefaultValueProvider = std::function<std::optional<T>()>;
 
@@ -64,15 +64,17 @@ class DefaultStore {
   }
 
   /// Sets the provider of a value for an empty handle, before the handle is shared between threads.
-  DefaultStore& defaultValue(DefaultValueProvider provider) {
+  /// Returns this handle, as `with` made it, so that it can be kept.
+  std::shared_ptr<DefaultStore> defaultValue(DefaultValueProvider provider) {
     defaultValueProvider_ = std::move(provider);
-    return *this;
+    return self();
   }
 
-  /// Removes the entry. A provider that was asked before is not asked again.
-  DefaultStore& clear() {
+  /// Removes the entry, and returns this handle. A provider that was asked before is not asked
+  /// again.
+  std::shared_ptr<DefaultStore> clear() {
     setValue(std::nullopt);
-    return *this;
+    return self();
   }
 
   /// Without the user's part.
@@ -80,6 +82,12 @@ class DefaultStore {
   const std::shared_ptr<DefaultMapper<T>> mapper;
 
  private:
+  /// Owns the handle, where a shared pointer does; one on the stack stays its owner's.
+  std::shared_ptr<DefaultStore> self() {
+    const auto owner = this->weak_from_this().lock();
+    return owner ? owner : std::shared_ptr<DefaultStore>(std::shared_ptr<void>(), this);
+  }
+
   std::atomic<bool> didRequestDefaultValue_ = false;
   DefaultValueProvider defaultValueProvider_;
   std::shared_ptr<UserDefaults> userDefaults_;
@@ -98,6 +106,12 @@ class AppDefault : public DefaultStore<T> {
     return std::make_shared<AppDefault>(std::move(name), std::make_shared<Mapper<T>>(),
                                         std::move(store));
   }
+
+  /// As `DefaultStore::defaultValue`.
+  std::shared_ptr<AppDefault> defaultValue(
+      typename DefaultStore<T>::DefaultValueProvider provider) {
+    return std::static_pointer_cast<AppDefault>(DefaultStore<T>::defaultValue(std::move(provider)));
+  }
 };
 
 /// A value of the signed-in user, under the user's identifier, a full stop and its name. A change
@@ -114,6 +128,13 @@ class UserDefault : public DefaultStore<T> {
   static std::shared_ptr<UserDefault> with(std::string name, std::shared_ptr<UserDefaults> store) {
     return std::make_shared<UserDefault>(std::move(name), std::make_shared<Mapper<T>>(),
                                          std::move(store));
+  }
+
+  /// As `DefaultStore::defaultValue`.
+  std::shared_ptr<UserDefault> defaultValue(
+      typename DefaultStore<T>::DefaultValueProvider provider) {
+    return std::static_pointer_cast<UserDefault>(
+        DefaultStore<T>::defaultValue(std::move(provider)));
   }
 };
 

@@ -14,6 +14,7 @@ std::atomic<LogFacade*> createdLogger = nullptr;
 struct Registration {
   std::mutex mutex;
   LogFacadeConfig::Factory factory;
+  bool isMaking = false;
   std::shared_ptr<LogFacade> created;
 };
 
@@ -27,16 +28,17 @@ Registration& registration() {
 LogFacade* makeLogger() {
   auto& shared = registration();
   std::unique_lock lock(shared.mutex);
-  if (shared.created || !shared.factory) return shared.created.get();
-  auto factory = std::exchange(shared.factory, nullptr);
+  if (shared.created || shared.isMaking || !shared.factory) return shared.created.get();
+  const auto factory = shared.factory;
+  shared.isMaking = true;
   lock.unlock();
   auto made = factory();
   lock.lock();
+  shared.isMaking = false;
   if (!shared.created && made) {
     shared.created = std::move(made);
     createdLogger.store(shared.created.get(), std::memory_order_release);
   }
-  if (!shared.factory) shared.factory = std::move(factory);
   return shared.created.get();
 }
 
@@ -53,6 +55,11 @@ void LogFacadeConfig::registerLogger(Factory factory) {
   const std::lock_guard lock(registration().mutex);
   registration().factory = std::move(factory);
   configured = registration().factory != nullptr || createdLogger != nullptr;
+}
+
+LogFacadeConfig::Factory LogFacadeConfig::registeredLogger() {
+  const std::lock_guard lock(registration().mutex);
+  return registration().factory;
 }
 
 LogFacade* LogFacadeConfig::logger() {

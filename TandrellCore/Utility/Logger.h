@@ -52,6 +52,9 @@ class TANDRELL_API LogFacadeConfig {
   /// kept. May be called at any time, best at start-up.
   static void registerLogger(Factory factory);
 
+  /// The factory that was set last; absent when there is none.
+  static Factory registeredLogger();
+
   /// The back end, made on first use; absent when no factory is registered. For `Logger`.
   static LogFacade* logger();
 };

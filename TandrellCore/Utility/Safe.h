@@ -3,6 +3,7 @@
 #include <TandrellCore/Platform/Dispatch.h>
 #include <TandrellCore/Platform/Export.h>
 
+#include <concepts>
 #include <memory>
 #include <utility>
 
@@ -19,6 +20,7 @@ class TANDRELL_API SafeProtocol {
 
   /// Runs the block on the queue and returns its result.
   template <class F>
+    requires std::invocable<F>
   std::invoke_result_t<F> read(F&& block) const {
     return queue()->sync(std::forward<F>(block));
   }
@@ -45,8 +47,13 @@ class ItemSafe : public Safe {
   ItemSafe(Dispatcher& dispatcher, T item, QualityOfService qos = QualityOfService::standard)
       : Safe(dispatcher, qos), item_(std::make_shared<T>(std::move(item))) {}
 
+  // A block may also do without the item, as one of `SafeProtocol`.
+  using Safe::read;
+  using Safe::write;
+
   /// Runs the block with the current item and returns its result.
   template <class F>
+    requires std::invocable<F, const T&>
   std::invoke_result_t<F, const T&> read(F&& block) const {
     return Safe::read([&] { return block(std::as_const(*item_)); });
   }

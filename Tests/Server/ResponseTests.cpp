@@ -58,6 +58,9 @@ TEST(Response, FailsWithItsOwnErrorFirst) {
   const auto unknown = reply(503).toResult().error();
   EXPECT_EQ(unknown, ResponseError::unknown(""));
   EXPECT_EQ(unknown.text, "");
+  const auto bare = Reply::ofParts(user(), ResponseStatus::error, 503, {});
+  EXPECT_EQ(bare.error, std::nullopt);
+  EXPECT_EQ(bare.toResult().error().text, "Unknown error occurred. status code: 503");
 }
 
 TEST(Response, ReadsTheServersErrorBodyOnlyWhereThereIsNoPayload) {

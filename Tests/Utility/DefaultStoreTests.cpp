@@ -65,16 +65,16 @@ TEST_F(DefaultStoreTest, AsksForADefaultValueOnceAndStoresIt) {
     ++asked;
     return supplied;
   };
-  const auto handle = eligible<std::string>();
-  EXPECT_EQ(handle->defaultValue(provide).value(), "supplied");
+  const auto handle = eligible<std::string>()->defaultValue(provide);
+  EXPECT_EQ(handle->value(), "supplied");
   EXPECT_EQ(store->object("A"), PropertyList{std::string("supplied")});
-  EXPECT_EQ(handle->clear().value(), std::nullopt);
+  EXPECT_EQ(handle->clear()->value(), std::nullopt);
   EXPECT_EQ(store->object("A"), std::nullopt);
   EXPECT_EQ(asked, 1);
 
   const auto second = eligible<std::string>();
   supplied.reset();
-  EXPECT_EQ(second->defaultValue(provide).value(), std::nullopt);
+  EXPECT_EQ(second->defaultValue(provide)->value(), std::nullopt);
   supplied = "late";
   EXPECT_EQ(second->value(), std::nullopt);
   EXPECT_EQ(asked, 2);
@@ -162,6 +162,7 @@ TEST_F(DefaultStoreTest, EligibleValuesAreStoredAsTheyAre) {
 
 TEST_F(DefaultStoreTest, TheBaseMapperIsAbstract) {
   DefaultStore<bool> handle("A", std::make_shared<DefaultMapper<bool>>(), store);
+  EXPECT_EQ(handle.defaultValue(nullptr).get(), &handle);
   EXPECT_DEATH(handle.setValue(true), "Fatal error: putValue is unimplemented");
   EXPECT_DEATH(static_cast<void>(handle.value()), "Fatal error: getValue is unimplemented");
   const DefaultMapper<bool>& mapper = EligibleDefaultMapper<bool>();

@@ -26,6 +26,7 @@ TEST(Logger, MakesItsBackEndOnceAndBuildsNoTextBefore) {
   const auto capture = std::make_shared<LogCapture>();
   LogFacadeConfig::registerLogger([&]() -> std::shared_ptr<LogFacade> {
     write();  // dropped, and neither a deadlock nor a recursion
+    EXPECT_TRUE(LogFacadeConfig::registeredLogger());
     return ++made == 1 ? nullptr : capture;
   });
   write();
@@ -35,7 +36,9 @@ TEST(Logger, MakesItsBackEndOnceAndBuildsNoTextBefore) {
   EXPECT_EQ(made, 2) << "asked again, and then never more";
   LogFacadeConfig::registerLogger([]() -> std::shared_ptr<LogFacade> { return nullptr; });
   write();
+  EXPECT_EQ(LogFacadeConfig::registeredLogger()(), nullptr) << "the one of now";
   LogFacadeConfig::registerLogger(nullptr);
+  EXPECT_FALSE(LogFacadeConfig::registeredLogger());
   write();
   EXPECT_EQ(built, 4);
   EXPECT_EQ(capture->lines().back().text, "built 4") << "the first back end stays";
@@ -79,6 +82,9 @@ TEST(ItemSafe, WritesInOrderAndReadsWhatWasWrittenBefore) {
   }
   const auto read = [&] { return box.read([](const auto& item) { return item; }); };
   EXPECT_THAT(read(), testing::ElementsAre(0, 9, 1, 9, 2)) << "another box does not block this one";
+  int written = 0;
+  box.write([&] { ++written; });
+  box.read([&] { EXPECT_EQ(written, 1) << "and so without the item"; });
   box.write([](auto& self) { self.item() = {5}; });
   EXPECT_THAT(box.item(), testing::SizeIs(5)) << "a write does not run on its caller";
   time->runDue();
