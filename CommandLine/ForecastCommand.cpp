@@ -21,7 +21,7 @@ class ForecastRun final : public DeliveryRun {
   void didReceiveInbound(const Moment& at, const ::Parcel& parcel) override {
     DeliveryRun::didReceiveInbound(at, parcel);
     if (parcel.package().type() != PackageType::forecast) return;
-    const auto forecast = fromData<::ForecastDto>(viewOf(parcel.package().data()));
+    const auto forecast = fromReceivedData<::ForecastDto>(viewOf(parcel.package().data()));
     if (!forecast) {
       return finish(ExitStatus::failed, "failed", "the forecast that arrived cannot be read");
     }

@@ -1,6 +1,7 @@
 #include <CommandLine/MessageText.h>
 #include <TandrellCore/Platform/Data.h>
 #include <TandrellCore/Proto/Names.h>
+#include <TandrellCore/Proto/Wire.h>
 
 #include <fmt/format.h>
 #include <google/protobuf/descriptor.h>
@@ -124,7 +125,7 @@ class Layout {
     // A report may carry the type alone.
     if (package.data().empty()) return fields;
     const auto content = contentOf(package.type());
-    if (content && content->ParseFromString(package.data())) {
+    if (content && parseReceivedWire(viewOf(package.data()), *content)) {
       fields["data"] = of(*content);
     } else if (content) {
       problem = fmt::format("the package's bytes are no {}", content->GetDescriptor()->name());

@@ -8,7 +8,7 @@ namespace tandrell {
 
 MessageLine messageLine(const ::Parcel& parcel) {
   const auto message =
-      fromData<::MessageDto>(viewOf(parcel.package().data())).value_or(::MessageDto());
+      fromReceivedData<::MessageDto>(viewOf(parcel.package().data())).value_or(::MessageDto());
   const auto& from = message.phonenumber().empty() ? message.email() : message.phonenumber();
   return {{{"from", from}, {"text", message.content()}},
           fmt::format("message from {}: {}", from, message.content())};

@@ -1,22 +1,12 @@
 #include <CommandLine/DeliveryRun.h>
 #include <CommandLine/SendCommand.h>
+#include <TandrellCore/Proto/Wire.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
-#include <unicode/utf8.h>
 
 namespace tandrell {
 namespace {
-
-bool isUtf8(const std::string& text) {
-  const auto size = static_cast<std::int32_t>(text.size());
-  for (std::int32_t at = 0; at < size;) {
-    UChar32 codePoint = 0;
-    U8_NEXT(text.data(), at, size, codePoint);
-    if (codePoint < 0) return false;
-  }
-  return true;
-}
 
 /// Waits for the next message after the delivery.
 class ReplyRun final : public DeliveryRun {

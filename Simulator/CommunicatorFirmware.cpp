@@ -1,4 +1,5 @@
 #include <Simulator/CommunicatorFirmware.h>
+#include <TandrellCore/Proto/Wire.h>
 
 #include <fmt/format.h>
 
@@ -65,9 +66,7 @@ void CommunicatorFirmware::receive(const DeviceFrame& frame, FaultProgress& faul
 
 void CommunicatorFirmware::receiveParcel(const DeviceFrame& frame, FaultProgress& faults) {
   Parcel parcel;
-  if (!parcel.ParseFromArray(frame.payload.data(), static_cast<int>(frame.payload.size()))) {
-    return reject(frame, "not a parcel");
-  }
+  if (!parseWire(frame.payload, parcel)) return reject(frame, "not a parcel");
   records_.change([&](auto& records) { records.parcels.push_back({ports_.now(), parcel}); });
   const auto fate = faults.nextParcel();
   if (fate.sleep.count() > 0) sleepFor(fate.sleep);
@@ -78,16 +77,14 @@ void CommunicatorFirmware::receiveParcel(const DeviceFrame& frame, FaultProgress
 void CommunicatorFirmware::follow(const Package& package) {
   TrackingSessionDto session;
   if (package.type() != PackageType::trackingSession) return;
-  if (!session.ParseFromString(package.data())) return;
+  if (!parseWire(viewOf(package.data()), session)) return;
   if (session.event() == TrackingSessionEvent::none) return;
   setTracking(session.event() == TrackingSessionEvent::enable);
 }
 
 void CommunicatorFirmware::receiveSettings(const DeviceFrame& frame) {
   SettingsCommand settings;
-  if (!settings.ParseFromArray(frame.payload.data(), static_cast<int>(frame.payload.size()))) {
-    return reject(frame, "not settings");
-  }
+  if (!parseWire(frame.payload, settings)) return reject(frame, "not settings");
   settings_ = settings;
   records_.change([&](auto& records) { records.settings.push_back(settings); });
   reportSettings();
@@ -121,7 +118,7 @@ void CommunicatorFirmware::answer(const Parcel& delivered) {
 /// Swaps nothing but the text: the correspondent is named the same way in both directions.
 void CommunicatorFirmware::reply(const Parcel& delivered) {
   MessageDto message;
-  if (!message.ParseFromString(delivered.package().data())) return;
+  if (!parseWire(viewOf(delivered.package().data()), message)) return;
   message.set_content(*options_.reply);
   sendPackage(PackageType::message, message);
 }
@@ -177,11 +174,12 @@ void CommunicatorFirmware::sendParcel(const Parcel& parcel) {
 }
 
 void CommunicatorFirmware::sendPackage(PackageType::Type type,
-                                       const google::protobuf::MessageLite& payload) {
+                                       const google::protobuf::Message& payload) {
   Parcel parcel;
   parcel.set_id(nextParcelId_++);
   parcel.mutable_package()->set_type(type);
-  parcel.mutable_package()->set_data(payload.SerializeAsString());
+  const auto data = toUncheckedWire(payload).value_or(Data());
+  parcel.mutable_package()->set_data(data.data(), data.size());
   sendParcel(parcel);
 }
 

@@ -18,7 +18,7 @@ class TANDRELL_API CommunicatorFirmware {
  public:
   /// What the firmware needs of the device around it.
   struct Ports {
-    std::function<void(CommandType::Type, const google::protobuf::MessageLite&)> send;
+    std::function<void(CommandType::Type, const google::protobuf::Message&)> send;
     /// Runs a block on the radio's queue, as long as the device lives.
     SatelliteModem::After after;
     std::function<Duration()> now;
@@ -38,7 +38,7 @@ class TANDRELL_API CommunicatorFirmware {
   void log(LogCommandLevel::Type level, const std::string& text);
   void sendParcel(const Parcel& parcel);
   /// Wraps a payload into a parcel with an identifier of the device's own.
-  void sendPackage(PackageType::Type type, const google::protobuf::MessageLite& payload);
+  void sendPackage(PackageType::Type type, const google::protobuf::Message& payload);
   void sendForecast();
 
   void setTracking(bool on);

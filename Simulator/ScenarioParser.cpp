@@ -1,6 +1,7 @@
 #include <Simulator/ScenarioDevice.h>
 #include <Simulator/ScenarioParser.h>
 #include <Simulator/ScenarioWords.h>
+#include <TandrellCore/Proto/Wire.h>
 
 #include <fmt/format.h>
 

@@ -270,28 +270,4 @@ std::optional<std::size_t> ScenarioWords::indexIn(const std::vector<std::string_
   return std::nullopt;
 }
 
-bool isUtf8(std::string_view bytes) {
-  for (std::size_t at = 0; at < bytes.size();) {
-    const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(bytes[i]); };
-    const auto first = byte(at);
-    const std::size_t length = first < 0x80             ? 1
-                               : (first & 0xe0) == 0xc0 ? 2
-                               : (first & 0xf0) == 0xe0 ? 3
-                               : (first & 0xf8) == 0xf0 ? 4
-                                                        : 0;
-    if (length == 0 || length > bytes.size() - at) return false;
-    std::uint32_t point = length == 1 ? first : first & (0xffu >> (length + 1));
-    for (std::size_t i = 1; i < length; ++i) {
-      if ((byte(at + i) & 0xc0) != 0x80) return false;
-      point = point << 6 | (byte(at + i) & 0x3fu);
-    }
-    constexpr std::uint32_t least[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (point < least[length] || point > 0x10ffff || (point >= 0xd800 && point < 0xe000)) {
-      return false;
-    }
-    at += length;
-  }
-  return true;
-}
-
 }  // namespace tandrell

@@ -94,7 +94,4 @@ class ScenarioWords {
   std::optional<std::string> problem_;
 };
 
-/// Whether the bytes are UTF-8, without overlong forms, surrogates and what lies beyond Unicode.
-bool isUtf8(std::string_view bytes);
-
 }  // namespace tandrell

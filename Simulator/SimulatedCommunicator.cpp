@@ -1,4 +1,5 @@
 #include <Simulator/SimulatedCommunicator.h>
+#include <TandrellCore/Proto/Wire.h>
 
 #include <utility>
 
@@ -210,10 +211,9 @@ void SimulatedCommunicator::receive(DataView bytes) {
   }
 }
 
-void SimulatedCommunicator::send(CommandType::Type type,
-                                 const google::protobuf::MessageLite& message) {
+void SimulatedCommunicator::send(CommandType::Type type, const google::protobuf::Message& message) {
   const Data frame = DeviceFramer::bytesOf(
-      {static_cast<std::uint8_t>(type), copyOf(viewOf(message.SerializeAsString()))});
+      {static_cast<std::uint8_t>(type), toUncheckedWire(message).value_or(Data())});
   if (subscribed_) {
     sendFrame(frame);
   } else if (type == CommandType::parcel) {

@@ -106,7 +106,7 @@ class TANDRELL_API SimulatedCommunicator final
   void boot();
   void restart();
   void receive(DataView bytes);
-  void send(CommandType::Type type, const google::protobuf::MessageLite& message);
+  void send(CommandType::Type type, const google::protobuf::Message& message);
   void sendFrame(const Data& frame);
 
   const std::weak_ptr<DeviceRadio> radio_;

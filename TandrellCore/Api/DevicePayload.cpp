@@ -1,10 +1,12 @@
 #include <TandrellCore/Api/DevicePayload.h>
 #include <TandrellCore/Platform/Error.h>
+#include <TandrellCore/Proto/Wire.h>
 #include <TandrellCore/Utility/Extensions/Date+Tools.h>
 #include <TandrellCore/Utility/Extensions/Message+Tools.h>
 
 #include <array>
 #include <cmath>
+#include <typeinfo>
 
 namespace tandrell {
 namespace {
@@ -55,8 +57,12 @@ Data DevicePayload::serializeData() const {
 }
 
 bool operator==(const DevicePayload& a, const DevicePayload& b) {
-  return a.parcelId_ == b.parcelId_ && a.status_ == b.status_ && a.packageType_ == b.packageType_ &&
-         a.serializedData() == b.serializedData();
+  return typeid(a) == typeid(b) && a.parcelId_ == b.parcelId_ && a.status_ == b.status_ &&
+         a.packageType_ == b.packageType_ && a.hasSameContent(b);
+}
+
+bool DevicePayload::hasSameContent(const DevicePayload& other) const {
+  return serializedData() == other.serializedData();
 }
 
 DataPayload::DataPayload(Data data, std::uint32_t parcelId, DevicePayloadStatus status)
@@ -89,13 +95,19 @@ MessagePayload::MessagePayload(std::shared_ptr<WallClock> clock, std::string con
       email_(std::move(email)),
       phone_(std::move(phone)) {}
 
+bool MessagePayload::hasSameContent(const DevicePayload& other) const {
+  const auto& message = static_cast<const MessagePayload&>(other);
+  return content_ == message.content_ && email_ == message.email_ && phone_ == message.phone_;
+}
+
 Data MessagePayload::serializeData() const {
   ::MessageDto message;
   message.set_content(content_);
   if (phone_) message.set_phonenumber(phone_->value());
   if (email_) message.set_email(email_->value());
   message.set_timestamp(static_cast<std::uint64_t>(toUnixSeconds(clock_->date())));
-  auto data = safeData(message);
+  // Whatever the texts hold: `send` refuses what is not UTF-8.
+  auto data = toUncheckedWire(message);
   if (!data) fatalError("serializeData: failed to serialize MessageDto");
   return std::move(*data);
 }
@@ -122,7 +134,7 @@ DevicePayloadPtr toDevicePayload(const ::Parcel& parcel, const Environment& envi
   if (parcel.package().type() != PackageType::message) {
     return std::make_shared<DataPayload>(copyOf(data), payloadId, status);
   }
-  const auto message = fromData<::MessageDto>(data).value_or(::MessageDto());
+  const auto message = fromReceivedData<::MessageDto>(data).value_or(::MessageDto());
   auto payload =
       MessagePayload::make(environment.wallClock, message.content(), receivedEmail(message),
                            receivedPhone(message.phonenumber()), payloadId, status);

@@ -46,12 +46,15 @@ class TANDRELL_API DevicePayload {
   /// The parcel to send; its status is `none`.
   ::Parcel toParcel() const;
 
-  /// Equal id, status, package type and bytes.
+  /// Of one class, with equal id, status, package type and content.
   friend bool operator==(const DevicePayload& a, const DevicePayload& b);
 
  protected:
   /// The bytes to transmit. Called once. The base version stops the process.
   virtual Data serializeData() const;
+
+  /// Whether another of the same class says the same. The base version compares the bytes.
+  virtual bool hasSameContent(const DevicePayload& other) const;
 
  private:
   const std::uint32_t parcelId_;
@@ -100,6 +103,8 @@ class TANDRELL_API MessagePayload final : public DevicePayload {
 
  protected:
   Data serializeData() const override;
+  /// Text and recipients: comparing must not stamp the message.
+  bool hasSameContent(const DevicePayload& other) const override;
 
  private:
   MessagePayload(std::shared_ptr<WallClock> clock, std::string content,
@@ -118,7 +123,7 @@ TANDRELL_API DevicePayloadStatus toDevicePayloadStatus(ParcelStatus::Type status
 /// What arrived, as a payload: a message becomes a `MessagePayload`, everything else a
 /// `DataPayload`. The payload gets a new random id: the parcel's own is deliberately not carried
 /// over. A message that names no recipient or does not parse, such as a delivery report without its
-/// text, becomes one with empty texts.
+/// text, becomes one with empty texts; of a text that is not UTF-8 what can be read stays.
 TANDRELL_API DevicePayloadPtr toDevicePayload(const ::Parcel& parcel,
                                               const Environment& environment);
 

@@ -40,7 +40,8 @@ class TANDRELL_API TandrellDevice {
 
   /// Sends a payload of 1 to 340 serialised bytes. Fulfilled with the same object when the device
   /// has it; delivery is reported on `payload`. Rejected with `sizeLimitExceeded`, and nothing is
-  /// queued, or with the link's error (see `DeviceUtil::send`).
+  /// queued, or with the link's error (see `DeviceUtil::send`), `illegalArgument` for texts that
+  /// are not UTF-8 among them.
   virtual Promise<DevicePayloadPtr> send(DevicePayloadPtr payload) = 0;
 };
 

@@ -8,6 +8,7 @@
 #include <TandrellCore/Platform/Environment.h>
 #include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Proto/Device.pb.h>
+#include <TandrellCore/Utility/CommonError.h>
 #include <TandrellCore/Utility/Version.h>
 
 #include <cstdint>
@@ -65,11 +66,12 @@ class TANDRELL_API DeviceUtil {
   virtual void disconnect() = 0;
 
   /// Queues the parcel. Fulfilled with it once the device has acknowledged all its bytes (not when
-  /// it is delivered: that arrives on `parcel`). Rejected with the write's error, or with
-  /// `DeviceError::transferAborted` when the link is disconnected before its turn. Before the first
-  /// `toggleScan()` it waits for the connection; alone it is not in the stored list yet. The device
-  /// may be given it more than once, always with the same id: after a lost link, and on a late final
-  /// report on an earlier parcel.
+  /// it is delivered: that arrives on `parcel`). Rejected with the write's error, with
+  /// `DeviceError::transferAborted` when the link is disconnected before its turn, or, not queued,
+  /// with `CommonError::illegalArgument` when its package holds a message with a text that is not
+  /// UTF-8. Before the first `toggleScan()` it waits for the connection; alone it is not in the
+  /// stored list yet. The device may be given it more than once, always with the same id: after a
+  /// lost link, and on a late final report on an earlier parcel.
   /// Tracking-session parcels that wait together are merged into the first of them; the promises of
   /// the others stay pending, as does that of a parcel that timed out.
   virtual Promise<::Parcel> send(const ::Parcel& parcel) = 0;

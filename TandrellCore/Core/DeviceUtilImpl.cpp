@@ -1,6 +1,7 @@
 #include <TandrellCore/Bluetooth/BleConfig.h>
 #include <TandrellCore/Core/DeviceUtilImpl.h>
 #include <TandrellCore/Core/MergeTasksImpl.h>
+#include <TandrellCore/Proto/Wire.h>
 #include <TandrellCore/Utility/Extensions/Command+Tools.h>
 #include <TandrellCore/Utility/Logger.h>
 #include <TandrellCore/Utility/Overloaded.h>
@@ -243,6 +244,9 @@ void DeviceUtilImpl::resetTasks() {
 }
 
 Promise<::Parcel> DeviceUtilImpl::send(const ::Parcel& parcel, bool requiresTransmission) {
+  if (!hasReadableContent(parcel.package())) {
+    return Promise<::Parcel>::rejected(environment_.mainQueue(), CommonError::illegalArgument);
+  }
   if (const auto refusal = claimBook("send(parcel:requiresTransmission:)")) {
     return Promise<::Parcel>::rejected(environment_.mainQueue(), *refusal);
   }

@@ -2,6 +2,7 @@
 
 #include <TandrellCore/Platform/Error.h>
 #include <TandrellCore/Platform/Export.h>
+#include <TandrellCore/Utility/CommonError.h>
 
 #include <string>
 #include <string_view>
@@ -26,12 +27,5 @@ TANDRELL_API Error noData();
 /// Code 2.
 TANDRELL_API Error timeout();
 }  // namespace ResponseError
-
-/// Misuse that the application's own server code reports.
-enum class CommonError { illegalArgument, illegalState };
-constexpr std::string_view errorDomain(CommonError) { return "CommonError"; }
-constexpr std::string_view errorText(CommonError error) {
-  return error == CommonError::illegalArgument ? "illegalArgument" : "illegalState";
-}
 
 }  // namespace tandrell

@@ -1,3 +1,4 @@
+#include <TandrellCore/Proto/Wire.h>
 #include <TandrellCore/Utility/CommandParser.h>
 #include <TandrellCore/Utility/Logger.h>
 
@@ -18,9 +19,12 @@ constexpr bool announcesDroppedByte(std::uint8_t type) {
 
 template <class Message>
 std::optional<Command> decodeAs(DataView payload) {
+  // Most commands are without texts, and the check of those costs as much as the parsing.
+  static const bool hasTexts = holdsTexts(*Message::descriptor());
   std::optional<Command> command(std::in_place, std::in_place_type<Message>);
   auto& message = std::get<Message>(*command);
-  if (!message.ParseFromArray(payload.data(), static_cast<int>(payload.size()))) command.reset();
+  const bool isParsed = hasTexts ? parseWire(payload, message) : parseTextless(payload, message);
+  if (!isParsed) command.reset();
   return command;
 }
 

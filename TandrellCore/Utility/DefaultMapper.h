@@ -3,6 +3,7 @@
 #include <TandrellCore/Platform/Error.h>
 #include <TandrellCore/Platform/Export.h>
 #include <TandrellCore/Platform/UserDefaults.h>
+#include <TandrellCore/Proto/Wire.h>
 #include <TandrellCore/Utility/JsonCodec.h>
 #include <TandrellCore/Utility/Logger.h>
 #include <TandrellCore/Utility/UserDefaultsEligible.h>
@@ -72,24 +73,18 @@ template <std::derived_from<google::protobuf::Message> T>
 class ProtoDefaultMapper : public DefaultMapper<T> {
  public:
   void putValue(const T& value, const std::string& key, UserDefaults& userDefaults) override {
-    Data data(value.ByteSizeLong());
-    // The runtime itself writes messages without their required fields.
-    if (!value.IsInitialized() ||
-        !value.SerializeToArray(data.data(), static_cast<int>(data.size()))) {
+    auto data = toWire(value);
+    if (!data) {
       mapperLog::putFailed("putValue: failed to encode protobuf", "message cannot be encoded");
       return;
     }
-    userDefaults.setObject({std::move(data)}, key);
+    userDefaults.setObject({std::move(*data)}, key);
   }
   std::optional<T> getValue(const std::string& key, const UserDefaults& userDefaults) override {
     const auto data = userDefaults.data(key);
     if (!data) return std::nullopt;
     T value;
-    if (std::in_range<int>(data->size()) &&
-        value.ParsePartialFromArray(data->data(), static_cast<int>(data->size())) &&
-        value.IsInitialized()) {
-      return value;
-    }
+    if (parseWire(*data, value)) return value;
     mapperLog::getFailed("getValue: failed to decode protobuf", "malformed or truncated message");
     return std::nullopt;
   }

@@ -70,7 +70,10 @@ TEST(MessagePayload, WritesItsRecipientsTextAndTime) {
     return MessagePayload::make(clock, "text", toEmail, toPhone, 3, DevicePayloadStatus::none);
   };
   const auto payload = make(email, phone);
-  clock->setWallClock(Date::since1970(1700000000.9));
+  EXPECT_TRUE(*payload == *make(email, phone));
+  EXPECT_FALSE(*payload == *make(EmailAddress::received("b@example.org"), phone));
+  EXPECT_FALSE(*payload == *make(email, PhoneNumber::received("+4421")));
+  clock->setWallClock(Date::since1970(1700000000.9));  // a comparison has stamped nothing
   const auto message = fromData<::MessageDto>(payload->serializedData());
   ASSERT_TRUE(message);
   EXPECT_EQ(message->content(), "text");
@@ -119,6 +122,36 @@ TEST(TandrellDevice, RefusesWhatDoesNotFitOneTransmission) {
   ASSERT_TRUE(world.eventually([&] { return world.ended(9); }));
   EXPECT_EQ(sent.result()->value(), payload);
   EXPECT_EQ(world.communicator->records().parcels.size(), 1u);
+}
+
+TEST(TandrellDevice, NeitherSendsNorLosesTextThatIsNotUtf8) {
+  World world;
+  ASSERT_TRUE(world.connect());
+  std::vector<DevicePayloadPtr> received;
+  world.subscriptions->add(
+      world.device->payload().observe([&](const auto& payload) { received.push_back(payload); }));
+  testing::internal::CaptureStderr();
+  const auto payload = std::make_shared<MessagePayload>(world.time, "caf\xC3 is cut",
+                                                        PhoneNumber::received("+44\xFF"), 1);
+  const auto parcel = payload->toParcel();
+  EXPECT_EQ(payload->serializedData().size(), 6u + 2 + 11 + 6) << "as it is";
+  for (const auto& refused : {world.link->send(parcel), world.link->send(parcel, false)}) {
+    EXPECT_EQ(refused.result()->error(), Error(CommonError::illegalArgument));
+  }
+  const auto refused = world.device->send(payload);
+  world.time->runDue();
+  EXPECT_EQ(refused.result()->error(), Error(CommonError::illegalArgument));
+  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
+
+  world.communicator->sendParcel(parcel);
+  world.communicator->sendRaw({2, 0, 3, 0x12, 0x01, 0xFF});  // a line of the firmware's log
+  world.time->advance(5s);
+  ASSERT_EQ(received.size(), 1u);
+  const auto& message = dynamic_cast<const MessagePayload&>(*received[0]);
+  EXPECT_EQ(message.content(), "caf\uFFFD is cut");
+  EXPECT_EQ(message.phone()->value(), "+44\uFFFD");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+  EXPECT_TRUE(world.communicator->records().parcels.empty());
 }
 
 TEST(TandrellDevice, HasOneStreamOfPayloadsAndPassesFailuresOn) {

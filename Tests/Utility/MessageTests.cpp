@@ -1,3 +1,4 @@
+#include <TandrellCore/Proto/Wire.h>
 #include <TandrellCore/Utility/Extensions/Command+Tools.h>
 #include <TandrellCore/Utility/Extensions/Data+Tools.h>
 #include <TandrellCore/Utility/Extensions/Message+Tools.h>
@@ -5,19 +6,19 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 
 namespace tandrell::test {
 namespace {
 
-/// A message whose size changes while it is written, which no serialiser survives.
-struct Unserialisable final : google::protobuf::Message {
-  Unserialisable* New(google::protobuf::Arena*) const override { return new Unserialisable; }
-  std::size_t ByteSizeLong() const override { return size++; }
-  bool IsInitialized() const override { return true; }
-  int GetCachedSize() const override { return 0; }
-  google::protobuf::Metadata GetMetadata() const override { return ::Parcel().GetMetadata(); }
+/// Bytes that nobody looks at; they take no memory but for the first page.
+struct ManyBytes {
+  ~ManyBytes() { munmap(bytes, size); }
+  DataView view(std::size_t length) const { return {static_cast<std::uint8_t*>(bytes), length}; }
 
-  mutable std::size_t size = 0;
+  const std::size_t size = (std::size_t{4} << 30) + 2;
+  void* const bytes = mmap(nullptr, size, PROT_READ | PROT_WRITE,
+                           MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
 };
 
 TEST(Message, IsNotEqualWithoutWhatItDoesNotKnow) {
@@ -30,6 +31,16 @@ TEST(Message, IsNotEqualWithoutWhatItDoesNotKnow) {
   copy.set_id(1);
   EXPECT_NE(hashOf(copy), hashOf(*parcel));
   EXPECT_NE(hashOf(copy), hashOf(*fromData<::Parcel>(Data{0x10, 2}))) << "of the same size";
+
+  ::ConversationSyncResponse zero, negative;
+  zero.add_messages()->mutable_coordinate()->set_latitude(0.0f);
+  auto* const coordinate = negative.add_messages()->mutable_coordinate();
+  coordinate->set_latitude(-0.0f);
+  EXPECT_TRUE(isEqual(zero, negative));
+  EXPECT_EQ(hashOf(zero), hashOf(negative));
+  coordinate->set_latitude(-1.0f);
+  EXPECT_FALSE(isEqual(zero, negative));
+  EXPECT_NE(hashOf(zero), hashOf(negative));
 }
 
 TEST(Message, ReadsAndWritesTheServersJson) {
@@ -49,18 +60,61 @@ TEST(Message, ReadsAndWritesTheServersJson) {
 TEST(Message, LogsWhatCannotBeReadOrWritten) {
   auto& log = LogCapture::start();
   EXPECT_FALSE(fromData<::Parcel>(Data{0xFF}));
-  EXPECT_FALSE(safeData(Unserialisable()));
-  EXPECT_FALSE(toParcel(Unserialisable(), PackageType::raw, 1));
+  EXPECT_FALSE(fromReceivedData<::Parcel>(Data{0xFF}));
+  ::MessageDto broken;
+  broken.set_content("caf\xE9");
+  EXPECT_FALSE(safeData(broken));
+  EXPECT_FALSE(toParcel(broken, 1));
   const auto lines = log.lines();
-  ASSERT_EQ(lines.size(), 3u);
+  ASSERT_EQ(lines.size(), 4u);
   EXPECT_EQ(lines[0].level, LogFacadeLevel::error);
   EXPECT_EQ(lines[0].file, "Utility/Extensions/Message+Tools");
   EXPECT_EQ(lines[0].function + std::to_string(lines[0].line), "fromData(_:)32");
   EXPECT_THAT(lines[0].text, testing::StartsWith("fromData: failed to parse protobuf; error="));
   EXPECT_EQ(lines[1].function + std::to_string(lines[1].line), "safeData()20");
   EXPECT_THAT(lines[1].text,
+  EXPECT_EQ(lines[1].text, lines[0].text);
+  EXPECT_EQ(lines[2].function, "safeData()");
+  EXPECT_EQ(lines[2].line, 20);
+  EXPECT_THAT(lines[2].text,
               testing::AllOf(testing::StartsWith("safeData: serializedData failed; error="),
-                             testing::EndsWith("; type=Parcel")));
+                             testing::EndsWith("; type=MessageDto")));
+}
+
+TEST(Message, KeepsItsTextsInUtf8AndTheRuntimeQuiet) {
+  LogCapture::start();
+  testing::internal::CaptureStderr();
+  ::TrackingSessionDto broken;
+  broken.add_viewerstoadd()->set_email("first");
+  broken.add_viewerstoadd()->set_email("a\xF0\x9F\x98 b\xC0\xAF\xED\xA0\x80\xE2\x82\xAC");
+  broken.set_latitude(5);
+  const auto wire = toUncheckedWire(broken);
+  EXPECT_EQ(wire->size(), broken.ByteSizeLong());
+  EXPECT_FALSE(fromData<::TrackingSessionDto>(*wire));
+  const auto received = fromReceivedData<::TrackingSessionDto>(*wire);
+  EXPECT_EQ(received->viewerstoadd(0).email(), "first");
+  EXPECT_EQ(received->viewerstoadd(1).email(), "a\uFFFD b\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\u20AC");
+  EXPECT_EQ(received->latitude(), 5);
+  EXPECT_FALSE(safeData(broken));
+  EXPECT_EQ(toJson(broken).error().domain, "JsonError");
+  EXPECT_THAT(toJson(*received).value(), testing::HasSubstr("a\uFFFD b"));
+  EXPECT_EQ(fromJson<::MessageDto>("{\"content\": \"caf\xE9\"}").error().domain, "JsonError");
+  EXPECT_FALSE(isEqual(broken, ::Parcel()));
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST(Message, IsNotLookedForInTwoGibibytesAndMore) {
+  const ManyBytes many;
+  ASSERT_NE(many.bytes, MAP_FAILED);
+  const Data parcel{0x10, 0x07};
+  std::copy(parcel.begin(), parcel.end(), static_cast<std::uint8_t*>(many.bytes));
+  EXPECT_EQ(fromData<::Parcel>(many.view(2))->id(), 7u);
+  auto& log = LogCapture::start();
+  for (const auto size : {many.size, std::size_t{2} << 30}) {
+    EXPECT_FALSE(fromData<::Parcel>(many.view(size)));
+    EXPECT_FALSE(fromReceivedData<::Parcel>(many.view(size)));
+  }
+  EXPECT_EQ(log.texts(LogFacadeLevel::error).size(), 4u);
 }
 
 using Numbers = std::vector<int>;

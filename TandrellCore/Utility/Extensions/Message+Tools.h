@@ -17,13 +17,16 @@
 namespace tandrell {
 
 /// The message in protobuf wire format; absent, with an error log line, when it cannot be
-/// serialised.
+/// serialised: when a text in it is not UTF-8, or it would take 2 GiB or more.
 TANDRELL_API std::optional<Data> safeData(const google::protobuf::Message& message);
 
 /// Parses into `message` and says whether that went well; a failure is logged at error level.
 TANDRELL_API bool parseFromData(DataView data, google::protobuf::Message& message);
+/// The same, but U+FFFD stands for what is not UTF-8 in a text.
+TANDRELL_API bool parseFromReceivedData(DataView data, google::protobuf::Message& message);
 
-/// The message in these bytes; absent, with an error log line, when they do not parse.
+/// The message in these bytes; absent, with an error log line, when they do not parse, a text in
+/// them is not UTF-8 or they are 2 GiB or more.
 template <class Message>
 std::optional<Message> fromData(DataView data) {
   Message message;
@@ -31,7 +34,16 @@ std::optional<Message> fromData(DataView data) {
   return message;
 }
 
-/// Equal in all fields and in all unknown fields.
+/// The same for bytes from afar: what can be read of a broken text is kept, with U+FFFD for the
+/// rest.
+template <class Message>
+std::optional<Message> fromReceivedData(DataView data) {
+  Message message;
+  if (!parseFromReceivedData(data, message)) return std::nullopt;
+  return message;
+}
+
+/// Equal in all fields, where -0.0 is 0.0, and in all unknown fields.
 TANDRELL_API bool isEqual(const google::protobuf::Message& a, const google::protobuf::Message& b);
 
 /// The same for equal messages; unknown fields do not count. For tables in memory only: it may be
@@ -45,6 +57,7 @@ constexpr std::string_view errorDomain(JsonError) { return "JsonError"; }
 
 /// The message in protobuf's JSON form: fields under their own names, without those at their
 /// default; enumerations by the names of their values, 64-bit numbers as texts, bytes in Base64.
+/// Fails when a text is not UTF-8.
 TANDRELL_API Result<std::string> toJson(const google::protobuf::Message& message);
 
 /// Reads that form into `message`, in place of what it held; absent when that went well. Fields
