@@ -41,7 +41,7 @@ class TANDRELL_API SqliteUserDefaults final : public UserDefaults {
   /// Opens the store, making the file and the folders above it (owner only) where they are missing.
   /// Fails with `cannotOpen` or `damaged`. A damaged file is first moved aside, with its log, to
   /// the path plus ".damaged-" and the first number that is free, and the error's text says where:
-  /// opening once more then starts an empty store. What is not a store, or an empty file, is left
+  /// opening once more then starts an empty store. What is neither a store nor an empty file stays
   /// as it is, mode included: a directory, another program's database, a file of any other kind. A
   /// store has a small file beside it, the path plus ".mark", by which it is known when damaged.
   static Result<std::shared_ptr<SqliteUserDefaults>> open(const std::string& path);
