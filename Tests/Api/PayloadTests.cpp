@@ -134,15 +134,12 @@ TEST(TandrellDevice, NeitherSendsNorLosesTextThatIsNotUtf8) {
   const auto payload = std::make_shared<MessagePayload>(world.time, "caf\xC3 is cut",
                                                         PhoneNumber::received("+44\xFF"), 1);
   const auto parcel = payload->toParcel();
-  EXPECT_EQ(payload->serializedData().size(), 6u + 2 + 11 + 6) << "as it is";
   for (const auto& refused : {world.link->send(parcel), world.link->send(parcel, false)}) {
     EXPECT_EQ(refused.result()->error(), Error(CommonError::illegalArgument));
   }
   const auto refused = world.device->send(payload);
   world.time->runDue();
   EXPECT_EQ(refused.result()->error(), Error(CommonError::illegalArgument));
-  EXPECT_EQ(world.link->activityState().value(), DeviceActivityState::listening);
-
   world.communicator->sendParcel(parcel);
   world.communicator->sendRaw({2, 0, 3, 0x12, 0x01, 0xFF});  // a line of the firmware's log
   world.time->advance(5s);
