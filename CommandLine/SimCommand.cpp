@@ -26,8 +26,7 @@ void checkRecipients(ParsedScenario& parsed, const Environment& environment) {
     const auto payload = makeScenarioPayload(send->content, environment, 0);
     if (!payload.isSuccess()) parsed.errors.push_back({statement.line, payload.error().text});
   }
-  std::stable_sort(parsed.errors.begin(), parsed.errors.end(),
-                   [](const auto& a, const auto& b) { return a.line < b.line; });
+  std::ranges::sort(parsed.errors, {}, &ScenarioError::line);
 }
 
 /// Ends at once, for there was nothing to do but to look at the file.

@@ -44,7 +44,7 @@ const Words::Choices<ReadOption>& deviceOptions() {
       {"quality", [](Words& w, Options& o) { o.quality = readQuality(w); }},
       {"tracking", [](Words& w, Options& o) { o.trackingOn = readSwitch(w, "on", "off"); }},
       {"interval",
-       [](Words& w, Options& o) { o.trackingInterval = w.number("seconds", 0, longestInterval); }},
+       [](Words& w, Options& o) { o.trackingInterval = w.number("seconds", 1, longestInterval); }},
       {"power", [](Words& w, Options& o) { o.poweredOn = readSwitch(w, "on", "off"); }},
       {"range", [](Words& w, Options& o) { o.inRange = readSwitch(w, "in", "out"); }},
       {"advertising", [](Words& w, Options& o) { o.advertising = readSwitch(w, "on", "off"); }},

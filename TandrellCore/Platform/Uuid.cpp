@@ -60,7 +60,7 @@ std::string Uuid::text() const {
   if (digits.ends_with(baseSuffix)) {
     return digits.starts_with("0000") ? digits.substr(4, 4) : digits.substr(0, 8);
   }
-  for (const std::size_t place : {20, 16, 12, 8}) digits.insert(place, "-");
+  for (const std::size_t place : {20, 16, 12, 8}) digits.insert(place, 1, '-');
   return digits;
 }
 

@@ -199,10 +199,9 @@ TEST(Scenario, NamesWhatIsWrongInEveryLine) {
       {"expect nobody delivered", "nothing with the label \"nobody\" is sent"},
       {"expect taken arrived", "expected delivered, failed, merged, lost, refused or undecided"},
       {"end 5", "expected \"at\""},
-      {"title \"\xC0\xAF\"", "not UTF-8"},
-      {"title \"\xED\xA0\x80\"", "not UTF-8"},
       {"title \"" + std::string(4000, 'x') + "\"", "longer than 4000 bytes"},
-      {std::string("title \"\0\"", 9), "control character"},
+      {"device interval 0", "expected seconds from 1 to"},
+      {"end at 0:00.5", "this is before what happens in line 1"},
   };
   std::string text = "at 1 phone track taken start\r\n";
   for (const auto& [line, problem] : lines) text += line + "\n";
@@ -211,6 +210,17 @@ TEST(Scenario, NamesWhatIsWrongInEveryLine) {
   for (std::size_t i = 0; i < errors.size(); ++i) {
     EXPECT_EQ(errors[i].line, i + 2);
     EXPECT_THAT(errors[i].text, HasSubstr(lines[i].second)) << lines[i].first;
+  }
+  for (const auto& [whole, line, problem] :
+       std::vector<std::tuple<std::string, std::size_t, std::string>>{
+           {"titel\ntitle \"\xC0\xAF\"\ntitel\n\xFF\n", 2, "not UTF-8"},
+           {"title \"\xED\xA0\x80\"\n", 1, "not UTF-8"},
+           {std::string("titel\n\0\n\0", 9), 2, "control character"},
+           {"# nothing\n\n", 1, "no statement"}}) {
+    const auto found = parseScenario(whole).errors;
+    ASSERT_EQ(found.size(), 1u) << problem;
+    EXPECT_EQ(found[0].line, line);
+    EXPECT_THAT(found[0].text, HasSubstr(problem));
   }
 }
 
