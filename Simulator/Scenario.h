@@ -4,6 +4,7 @@
 #include <Simulator/FaultPlan.h>
 #include <TandrellCore/Platform/CentralManager.h>
 #include <TandrellCore/Platform/Date.h>
+#include <TandrellCore/Platform/Export.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -27,7 +28,7 @@ enum class ScenarioOutcome {
   refused,    ///< rejected before anything was queued
   undecided   ///< none of these when the scenario ended
 };
-std::string_view nameOf(ScenarioOutcome outcome);
+TANDRELL_API std::string_view nameOf(ScenarioOutcome outcome);
 
 /// A place on Earth, in degrees; north and east are positive.
 struct ScenarioPlace {

@@ -11,7 +11,7 @@ namespace tandrell {
 
 /// Does on the device what the statement says, where it speaks of the device or its faults; returns
 /// whether it does.
-bool perform(const ScenarioStatement& statement, SimulatedCommunicator& device);
+TANDRELL_API bool perform(const ScenarioStatement& statement, SimulatedCommunicator& device);
 
 /// Lets the statements of a scenario happen at their times, on the dispatcher's main queue:
 ///     const auto player = ScenarioPlayer::play(time, scenario, [&](const auto& statement) {
@@ -19,7 +19,7 @@ bool perform(const ScenarioStatement& statement, SimulatedCommunicator& device);
 ///     });
 /// Which statements matter, those of the device or also those of the phone, is up to what is
 /// called. Owned by whoever made it; releasing it ends the playing.
-class ScenarioPlayer final : public std::enable_shared_from_this<ScenarioPlayer> {
+class TANDRELL_API ScenarioPlayer final : public std::enable_shared_from_this<ScenarioPlayer> {
  public:
   using Perform = std::function<void(const ScenarioStatement&)>;
 

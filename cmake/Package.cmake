@@ -77,6 +77,8 @@ foreach(folder TandrellCore Simulator Hosts/System)
           PATTERN "BlePeripheral.h" EXCLUDE
           PATTERN "PendingParcel.h" EXCLUDE
           PATTERN "PropertyListCoding.h" EXCLUDE
+          PATTERN "ScenarioDevice.h" EXCLUDE
+          PATTERN "ScenarioWords.h" EXCLUDE
           PATTERN "SimulatedCentral.h" EXCLUDE
           PATTERN "SimulatedPeripheral.h" EXCLUDE
           PATTERN "QueueGroup.h" EXCLUDE

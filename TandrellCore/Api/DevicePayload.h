@@ -47,7 +47,7 @@ class TANDRELL_API DevicePayload {
   ::Parcel toParcel() const;
 
   /// Of one class, with equal id, status, package type and content.
-  friend bool operator==(const DevicePayload& a, const DevicePayload& b);
+  friend TANDRELL_API bool operator==(const DevicePayload& a, const DevicePayload& b);
 
  protected:
   /// The bytes to transmit. Called once. The base version stops the process.
