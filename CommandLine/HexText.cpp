@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -18,45 +17,39 @@ int digitOf(char c) {
   return -1;
 }
 
-Result<Data> failure(HexError error, std::string_view text, std::size_t at, std::string_view what) {
-  std::size_t line = 1;
-  std::size_t column = 1;
-  for (const char c : text.substr(0, at)) {
-    ++column;
-    if (c == '\n') ++line, column = 1;
-  }
-  return Result<Data>::error({std::string(errorDomain(error)), static_cast<int>(error),
-                              fmt::format("line {}, column {}: {}", line, column, what)});
-}
-
 }  // namespace
 
-Result<Data> bytesOfHex(std::string_view text) {
+Result<Data> HexReader::read(std::string_view part) {
   Data bytes;
-  std::optional<int> high;
-  for (std::size_t at = 0; at < text.size(); ++at) {
-    const char c = text[at];
+  for (const char c : part) {
     const bool separates = separators.find(c) != separators.npos;
-    if (!high && separates) continue;
-    if (!high && c == '0' && at + 1 < text.size() && (text[at + 1] | 0x20) == 'x') {
-      ++at;
-      continue;
-    }
+    const bool prefixes = high_ == 0 && (c | 0x20) == 'x';
     const int digit = digitOf(c);
-    if (digit < 0) {
-      if (high && separates) {
-        return failure(HexError::halfByte, text, at, "a byte has two hexadecimal digits");
-      }
-      const bool printable = c > ' ' && c < 0x7f;
-      return failure(HexError::notHexadecimal, text, at,
-                     printable ? fmt::format("'{}' is no hexadecimal digit", c)
-                               : std::string("this is no hexadecimal digit"));
+    if (high_ && separates) {
+      return Result<Data>::error(failure(HexError::halfByte, "a byte has two hexadecimal digits"));
     }
-    if (high) bytes.push_back(static_cast<std::uint8_t>(*high * 16 + digit));
-    high = high ? std::nullopt : std::optional(digit);
+    if (digit < 0 && !separates && !prefixes) {
+      const bool printable = c > ' ' && c < 0x7f;
+      return Result<Data>::error(failure(HexError::notHexadecimal,
+                                         printable ? fmt::format("'{}' is no hexadecimal digit", c)
+                                                   : "this is no hexadecimal digit"));
+    }
+    if (high_ && digit >= 0) bytes.push_back(static_cast<std::uint8_t>(*high_ * 16 + digit));
+    high_ = high_ || separates ? std::nullopt : std::optional(digit);
+    ++column_;
+    if (c == '\n') ++line_, column_ = 1;
   }
-  if (high) return failure(HexError::halfByte, text, text.size(), "the last byte is cut in half");
   return Result<Data>::success(std::move(bytes));
+}
+
+std::optional<Error> HexReader::end() const {
+  if (!high_) return std::nullopt;
+  return failure(HexError::halfByte, "the last byte is cut in half");
+}
+
+Error HexReader::failure(HexError error, std::string_view what) const {
+  return {std::string(errorDomain(error)), static_cast<int>(error),
+          fmt::format("line {}, column {}: {}", line_, column_, what)};
 }
 
 }  // namespace tandrell

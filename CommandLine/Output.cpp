@@ -1,17 +1,23 @@
 #include <CommandLine/Output.h>
+#include <CommandLine/Printable.h>
 
 #include <fmt/format.h>
-
-#include <algorithm>
 
 namespace tandrell {
 namespace {
 
-/// A message from outside must neither break the line nor command the terminal.
-std::string printable(std::string line) {
-  std::replace_if(
-      line.begin(), line.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }, ' ');
-  return line;
+/// As much is kept of the pieces of a stream.
+constexpr std::size_t mostKept = 65536;
+
+std::string dump(const Output::Fields& object) {
+  // What arrives from outside need not be text: such bytes are replaced, the line stays readable.
+  return object.dump(-1, ' ', false, Output::Fields::error_handler_t::replace);
+}
+
+std::string textOf(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const auto& line : lines) text += printable(line) + "\n";
+  return text;
 }
 
 }  // namespace
@@ -31,9 +37,28 @@ void Output::event(const Moment& at, std::string_view type, const Fields& fields
 void Output::block(const Moment& at, std::string_view type, const Fields& fields,
                    const std::vector<std::string>& lines) {
   clearProgress();
-  std::string text;
-  for (const auto& line : lines) text += printable(line) + "\n";
-  print(at, type, fields, std::move(text));
+  print(at, type, fields, textOf(lines));
+}
+
+Output::Piece Output::piece(const Moment& at, std::string_view type, const Fields& fields,
+                            const std::vector<std::string>& lines) const {
+  if (!json_) return {"@", textOf(lines)};
+  const Fields time = at.date.timeIntervalSince1970();
+  return {fmt::format(R"({{"type":"{}","ts":{},"offset":)", type, time.dump()),
+          "," + dump(fields).substr(1) + "\n"};
+}
+
+void Output::tell(const Piece& piece, std::size_t offset) {
+  const fmt::format_int digits(offset);
+  kept_ += piece.begin;
+  kept_.append(digits.data(), digits.size());
+  kept_ += piece.end;
+  if (kept_.size() > mostKept) flush();
+}
+
+void Output::flush() {
+  if (!kept_.empty()) machine_.writeOut(kept_);
+  kept_.clear();
 }
 
 void Output::progress(const Moment& at, std::string_view type, const Fields& fields,
@@ -59,7 +84,8 @@ void Output::refused(const Moment& at, int status, std::string_view outcome) {
 
 void Output::error(std::string_view text) {
   clearProgress();
-  machine_.writeError(fmt::format("tandrell: {}\n", text));
+  flush();
+  machine_.writeError(fmt::format("tandrell: {}\n", printable(text)));
 }
 
 std::string Output::readable(const Fields& value) {
@@ -76,11 +102,11 @@ std::string Output::readable(const Fields& value) {
 void Output::print(const Moment& at, std::string_view type, const Fields& fields,
                    std::string text) {
   if (done_) return;
+  flush();
   if (!json_) return machine_.writeOut(text);
   Fields object = {{"type", type}, {"ts", at.date.timeIntervalSince1970()}};
   object.update(fields);
-  // What arrives from outside need not be text: such bytes are replaced, the line stays readable.
-  machine_.writeOut(object.dump(-1, ' ', false, Fields::error_handler_t::replace) + "\n");
+  machine_.writeOut(dump(object) + "\n");
 }
 
 std::string Output::lineFor(const Moment& at, std::string_view text) const {

@@ -42,6 +42,19 @@ class Output {
   void block(const Moment& at, std::string_view type, const Fields& fields,
              const std::vector<std::string>& lines);
 
+  /// As `block`, an event of a stream that can be told at many offsets, each in little time: what
+  /// stands in front of the offset, and what behind it.
+  struct Piece {
+    std::string begin;
+    std::string end;
+  };
+  Piece piece(const Moment& at, std::string_view type, const Fields& fields,
+              const std::vector<std::string>& lines) const;
+  /// Puts "@" and the offset in front of the first line, or "offset" in front of the fields. May be
+  /// kept until `flush()`, or the next event.
+  void tell(const Piece& piece, std::size_t offset);
+  void flush();
+
   /// An event of which only the last matters: on a terminal its line is redrawn.
   void progress(const Moment& at, std::string_view type, const Fields& fields,
                 std::string_view text);
@@ -67,6 +80,7 @@ class Output {
   const bool json_;
   const bool terminal_;
   Duration start_;
+  std::string kept_;  // of pieces
   bool progressShown_ = false;
   bool done_ = false;
 };

@@ -1,7 +1,5 @@
 #include <CommandLine/Payloads.h>
-#include <TandrellCore/Utility/EmailAddress.h>
 #include <TandrellCore/Utility/Extensions/Message+Tools.h>
-#include <TandrellCore/Utility/PhoneNumber.h>
 
 #include <cmath>
 
@@ -30,19 +28,6 @@ DevicePayloadPtr payloadOf(PackageType::Type type, const google::protobuf::Messa
 }
 
 }  // namespace
-
-std::optional<::TrackingViewerDto> viewerNamed(const std::string& recipient,
-                                               const Environment& environment) {
-  ::TrackingViewerDto viewer;
-  if (const auto email = EmailAddress::build(recipient)) {
-    viewer.set_email(email->value());
-  } else if (const auto phone = PhoneNumber::build(recipient, PhoneNumberUtil(environment))) {
-    viewer.set_phonenumber(phone->value());
-  } else {
-    return std::nullopt;
-  }
-  return viewer;
-}
 
 DevicePayloadPtr makeSosPayload(SosMessageType::Type type, const std::optional<Position>& position,
                                 Date date, std::uint32_t parcelId) {

@@ -34,11 +34,6 @@ class PackagePayload final : public DevicePayload {
   const Data bytes_;
 };
 
-/// The viewer of this phone number (as dialled in the locale's region) or e-mail address; absent
-/// where the text is neither. The identifier stays 0: it is for the server to give.
-std::optional<::TrackingViewerDto> viewerNamed(const std::string& recipient,
-                                               const Environment& environment);
-
 /// An emergency report. Without a position its coordinates stay 0 and the fix reads "none", with
 /// one "manual": it comes from the user, not from a receiver.
 DevicePayloadPtr makeSosPayload(SosMessageType::Type type, const std::optional<Position>& position,

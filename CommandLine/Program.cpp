@@ -3,6 +3,7 @@
 #include <CommandLine/DecodeCommand.h>
 #include <CommandLine/DeviceSettingsCommand.h>
 #include <CommandLine/ForecastCommand.h>
+#include <CommandLine/Printable.h>
 #include <CommandLine/Program.h>
 #include <CommandLine/SendCommand.h>
 #include <CommandLine/SimCommand.h>
@@ -78,6 +79,8 @@ class Program {
     app_.add_option("--log-level", logLevel_, "The least severe of the log lines to show")
         ->check(CLI::IsMember(logLevels()))
         ->capture_default_str();
+    app_.add_flag("--log-content", logContent_,
+                  "Do not hide in them what crosses the radio: messages, and whose they are");
     app_.add_option("--data-dir", dataDirectory_, "Where the state is kept between runs")
         ->type_name("DIR");
     app_.add_option("--user", user_, "Whose state it is")->type_name("ID");
@@ -105,9 +108,8 @@ class Program {
     return refuseArguments(stop.what());
   }
 
-  int refuseArguments(std::string problem) {
-    std::replace(problem.begin(), problem.end(), '\n', ' ');
-    machine_.writeError(fmt::format("tandrell: {}; see 'tandrell --help'\n", problem));
+  int refuseArguments(std::string_view problem) {
+    machine_.writeError(fmt::format("tandrell: {}; see 'tandrell --help'\n", printable(problem)));
     return statusOf(ExitStatus::usage);
   }
 
@@ -117,7 +119,7 @@ class Program {
     if (const auto problem = command.check(environment)) {
       return refuse(output, environment, ExitStatus::usage, "usage", *problem);
     }
-    machine_.startLog(logLevel_);
+    machine_.startLog(logLevel_, logContent_);
     if (command.usesDevice()) return runWithDevice(command, environment, output);
     std::shared_ptr<Link> link;
     if (command.usesLink()) {
@@ -181,9 +183,16 @@ class Program {
   bool json_ = false;
   std::optional<double> timeout_;
   std::string logLevel_ = "warning";
+  bool logContent_ = false;
   std::string dataDirectory_;
   std::string user_;
 };
+
+/// Of a program that has done everything but to tell it.
+ExitStatus statusOf(Machine::OutputState state) {
+  if (state == Machine::OutputState::whole) return ExitStatus::done;
+  return state == Machine::OutputState::failed ? ExitStatus::failed : ExitStatus::interrupted;
+}
 
 }  // namespace
 
@@ -191,7 +200,8 @@ int runProgram(const std::vector<std::string>& arguments, Machine& machine,
                const LinkMaker& makeLink) {
   // Its runtime would write to the standard error stream by itself, of what the program reports.
   google::protobuf::SetLogHandler(nullptr);
-  return Program(machine, makeLink).run(arguments);
+  const int status = Program(machine, makeLink).run(arguments);
+  return status == 0 ? static_cast<int>(statusOf(machine.outputState())) : status;
 }
 
 const std::vector<std::string>& logLevels() {

@@ -1,3 +1,4 @@
+#include <CommandLine/Recipient.h>
 #include <CommandLine/ScenarioPayloads.h>
 #include <TandrellCore/Utility/Extensions/Message+Tools.h>
 #include <TandrellCore/Utility/Overloaded.h>
@@ -9,13 +10,6 @@ namespace {
 
 using Outcome = Result<DevicePayloadPtr>;
 
-Error unknownRecipient(std::string_view role, const std::string& name) {
-  Error error(ScenarioPayloadError::unknownRecipient);
-  error.text = fmt::format("the {} \"{}\" is neither a phone number nor an e-mail address",
-                           std::string(role), name);
-  return error;
-}
-
 Position positionOf(const ScenarioPlace& place) { return {place.latitude, place.longitude}; }
 
 std::string textOf(const ScenarioPlace& place) {
@@ -24,12 +18,11 @@ std::string textOf(const ScenarioPlace& place) {
 
 Outcome makeMessage(const ScenarioMessage& message, const Environment& environment,
                     std::uint32_t parcelId) {
-  const auto email = EmailAddress::build(message.to);
-  const auto phone =
-      email ? std::nullopt : PhoneNumber::build(message.to, PhoneNumberUtil(environment));
-  if (!email && !phone) return Outcome::error(unknownRecipient("recipient", message.to));
-  return Outcome::success(MessagePayload::make(environment.wallClock, message.text, email, phone,
-                                               parcelId, DevicePayloadStatus::none));
+  const auto to = recipientNamed("recipient", message.to, environment);
+  if (!to.isSuccess()) return Outcome::error(to.error());
+  return Outcome::success(MessagePayload::make(environment.wallClock, message.text,
+                                               to.value().email, to.value().phone, parcelId,
+                                               DevicePayloadStatus::none));
 }
 
 Outcome makeTracking(const ScenarioTracking& tracking, const Environment& environment,
@@ -39,9 +32,10 @@ Outcome makeTracking(const ScenarioTracking& tracking, const Environment& enviro
   if (tracking.change == Change::start) change.event = TrackingSessionEvent::enable;
   if (tracking.change == Change::stop) change.event = TrackingSessionEvent::disable;
   if (!tracking.viewer.empty()) {
-    const auto viewer = viewerNamed(tracking.viewer, environment);
-    if (!viewer) return Outcome::error(unknownRecipient("viewer", tracking.viewer));
-    (tracking.change == Change::add ? change.toAdd : change.toRemove).push_back(*viewer);
+    const auto named = recipientNamed("viewer", tracking.viewer, environment);
+    if (!named.isSuccess()) return Outcome::error(named.error());
+    (tracking.change == Change::add ? change.toAdd : change.toRemove)
+        .push_back(named.value().viewer());
   }
   return Outcome::success(makeTrackingPayload(change, environment.wallClock->date(), parcelId));
 }

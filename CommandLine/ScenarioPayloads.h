@@ -13,12 +13,7 @@ namespace tandrell {
 /// "message to +442079460018", for people.
 std::string describe(const PhoneSend::Content& content);
 
-enum class ScenarioPayloadError { unknownRecipient };
-constexpr std::string_view errorDomain(ScenarioPayloadError) { return "ScenarioPayloadError"; }
-constexpr std::string_view errorText(ScenarioPayloadError) { return "unknownRecipient"; }
-
-/// The payload; `unknownRecipient`, with a sentence as its text, where a recipient or viewer is
-/// neither a phone number nor an e-mail address.
+/// The payload, or what `recipientNamed` says of a recipient or viewer.
 Result<DevicePayloadPtr> makeScenarioPayload(const PhoneSend::Content& content,
                                              const Environment& environment,
                                              std::uint32_t parcelId);

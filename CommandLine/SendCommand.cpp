@@ -34,7 +34,7 @@ void SendCommand::declare(CLI::App& app) {
 std::optional<std::string> SendCommand::check(const Environment& environment) {
   if (auto problem = checkRecipient(environment)) return problem;
   if (auto problem = checkText()) return problem;
-  payload_ = MessagePayload::make(environment.wallClock, text_, email_, phone_,
+  payload_ = MessagePayload::make(environment.wallClock, text_, recipient_.email, recipient_.phone,
                                   environment.random->next(), DevicePayloadStatus::none);
   if (payload_->transmissionCount() == 1) return std::nullopt;
   return fmt::format(
@@ -44,10 +44,10 @@ std::optional<std::string> SendCommand::check(const Environment& environment) {
 
 std::optional<std::string> SendCommand::checkRecipient(const Environment& environment) {
   if (to_.empty()) return "no recipient: name a phone number or an e-mail address with --to";
-  email_ = EmailAddress::build(to_);
-  if (!email_) phone_ = PhoneNumber::build(to_, PhoneNumberUtil(environment));
-  if (email_ || phone_) return std::nullopt;
-  return fmt::format("the recipient \"{}\" is neither a phone number nor an e-mail address", to_);
+  const auto named = recipientNamed("recipient", to_, environment);
+  if (!named.isSuccess()) return named.error().text;
+  recipient_ = named.value();
+  return std::nullopt;
 }
 
 std::optional<std::string> SendCommand::checkText() const {
@@ -57,7 +57,7 @@ std::optional<std::string> SendCommand::checkText() const {
 }
 
 std::shared_ptr<Run> SendCommand::makeRun(Context context) {
-  const auto& recipient = phone_ ? phone_->value() : email_->value();
+  const auto& recipient = recipient_.value();
   Delivery delivery{payload_, "message", {{"to", recipient}}, " to " + recipient};
   if (!awaitReply_) return makeDeliveryRun(std::move(context), std::move(delivery));
   return std::make_shared<ReplyRun>(std::move(context), std::move(delivery));

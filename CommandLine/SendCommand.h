@@ -1,6 +1,7 @@
 #pragma once
 
 #include <CommandLine/Command.h>
+#include <CommandLine/Recipient.h>
 #include <TandrellCore/Api/DevicePayload.h>
 
 #include <memory>
@@ -21,8 +22,8 @@ class SendCommand final : public Command {
   }
   void declare(CLI::App& app) override;
 
-  /// Refuses a missing or malformed recipient, and a text that is empty, not UTF-8 or too long.
-  /// Makes the message.
+  /// Refuses a missing recipient or one that nobody has, and a text that is empty, not UTF-8 or too
+  /// long. Makes the message.
   std::optional<std::string> check(const Environment& environment) override;
   std::shared_ptr<Run> makeRun(Context context) override;
 
@@ -33,8 +34,7 @@ class SendCommand final : public Command {
   std::string to_;
   std::string text_;
   bool awaitReply_ = false;
-  std::optional<PhoneNumber> phone_;
-  std::optional<EmailAddress> email_;
+  Recipient recipient_;
   std::shared_ptr<const MessagePayload> payload_;
 };
 

@@ -2,10 +2,13 @@
 #include <CommandLine/SystemMachine.h>
 #include <Hosts/System/SqliteUserDefaults.h>
 
+#include <fmt/format.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <system_error>
 
 namespace tandrell {
 namespace {
@@ -20,10 +23,11 @@ std::string usualDirectory() {
   return (data.empty() ? variable("HOME") + "/.local/share" : data) + "/tandrell";
 }
 
-/// At once and whole, so that a reader behind a pipe sees each line as it happens.
-void write(std::FILE* stream, std::string_view text) {
-  std::fwrite(text.data(), 1, text.size(), stream);
-  std::fflush(stream);
+/// At once and whole, so that a reader behind a pipe sees each line as it happens. Returns whether
+/// all of it was written; if not, `errno` says why.
+bool write(std::FILE* stream, std::string_view text) {
+  const bool taken = std::fwrite(text.data(), 1, text.size(), stream) == text.size();
+  return std::fflush(stream) == 0 && taken;
 }
 
 }  // namespace
@@ -35,8 +39,10 @@ Result<std::shared_ptr<UserDefaults>> SystemMachine::openStore(const std::string
   return store.isSuccess() ? Outcome::success(store.value()) : Outcome::error(store.error());
 }
 
-void SystemMachine::startLog(const std::string& level) {
-  LogFacadeConfig::registerLogger([level] { return std::make_shared<ConsoleLog>(level); });
+void SystemMachine::startLog(const std::string& level, bool withContent) {
+  const auto content = withContent ? ConsoleLog::Content::shown : ConsoleLog::Content::hidden;
+  LogFacadeConfig::registerLogger(
+      [level, content] { return std::make_shared<ConsoleLog>(level, content); });
 }
 
 void SystemMachine::onInterrupt(Work handler) {
@@ -44,7 +50,14 @@ void SystemMachine::onInterrupt(Work handler) {
   if (handler) interrupt_.emplace(dispatcher_->mainQueue(), std::move(handler));
 }
 
-void SystemMachine::writeOut(std::string_view text) { write(stdout, text); }
+void SystemMachine::writeOut(std::string_view text) {
+  if (write(stdout, text) || outputState_ != OutputState::whole) return;
+  const int reason = errno;
+  outputState_ = reason == EPIPE ? OutputState::readerGone : OutputState::failed;
+  if (reason == EPIPE) return;
+  writeError(fmt::format("tandrell: cannot write to the standard output: {}\n",
+                         std::generic_category().message(reason)));
+}
 
 void SystemMachine::writeError(std::string_view text) { write(stderr, text); }
 

@@ -1,5 +1,6 @@
 #include <CommandLine/Arguments.h>
 #include <CommandLine/DeliveryRun.h>
+#include <CommandLine/Recipient.h>
 #include <CommandLine/TrackCommand.h>
 
 #include <CLI/CLI.hpp>
@@ -49,11 +50,9 @@ std::optional<std::string> TrackCommand::makeChange(const Environment& environme
   if (action_ == "start") change.event = TrackingSessionEvent::enable;
   if (action_ == "stop") change.event = TrackingSessionEvent::disable;
   for (const auto& name : viewers_) {
-    const auto viewer = viewerNamed(name, environment);
-    if (!viewer) {
-      return fmt::format("the viewer \"{}\" is neither a phone number nor an e-mail address", name);
-    }
-    (action_ == "remove" ? change.toRemove : change.toAdd).push_back(*viewer);
+    const auto named = recipientNamed("viewer", name, environment);
+    if (!named.isSuccess()) return named.error().text;
+    (action_ == "remove" ? change.toRemove : change.toAdd).push_back(named.value().viewer());
   }
   payload_ = makeTrackingPayload(change, environment.wallClock->date(), environment.random->next());
   if (payload_->transmissionCount() == 1) return std::nullopt;

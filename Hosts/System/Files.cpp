@@ -2,7 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <memory>
@@ -10,6 +9,8 @@
 
 namespace tandrell {
 namespace {
+
+constexpr std::size_t pieceSize = 65536;
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
@@ -31,24 +32,35 @@ std::string_view errorText(FileError error) {
   return error == FileError::tooLong ? "tooLong" : "cannotRead";
 }
 
+Result<FileReader> readPieces(const std::string& path) {
+  const auto cannotRead = [path] {
+    return failure(FileError::cannotRead, path, std::generic_category().message(errno));
+  };
+  const std::shared_ptr<std::FILE> file = openForReading(path);
+  if (!file) return Result<FileReader>::error(cannotRead());
+  return Result<FileReader>::success([file, cannotRead] {
+    std::string piece(pieceSize, '\0');
+    piece.resize(std::fread(piece.data(), 1, piece.size(), file.get()));
+    return std::ferror(file.get()) ? Result<std::string>::error(cannotRead())
+                                   : Result<std::string>::success(std::move(piece));
+  });
+}
+
 Result<std::string> readWholeFile(const std::string& path) {
   using Outcome = Result<std::string>;
-  const auto cannotRead = [&] {
-    return Outcome::error(
-        failure(FileError::cannotRead, path, std::generic_category().message(errno)));
-  };
-  const auto file = openForReading(path);
-  if (!file) return cannotRead();
+  const auto reader = readPieces(path);
+  if (!reader.isSuccess()) return Outcome::error(reader.error());
   std::string text;
-  std::array<char, 65536> piece{};
-  while (const auto size = std::fread(piece.data(), 1, piece.size(), file.get())) {
-    text.append(piece.data(), size);
+  while (true) {
+    const auto piece = reader.value()();
+    if (!piece.isSuccess() || piece.value().empty()) {
+      return piece.isSuccess() ? Outcome::success(std::move(text)) : piece;
+    }
+    text += piece.value();
     if (text.size() > maximumFileSize) {
       return Outcome::error(failure(FileError::tooLong, path, "it is longer than 64 MiB"));
     }
   }
-  if (std::ferror(file.get())) return cannotRead();
-  return Outcome::success(std::move(text));
 }
 
 }  // namespace tandrell

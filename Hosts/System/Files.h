@@ -4,6 +4,7 @@
 #include <TandrellCore/Platform/Result.h>
 
 #include <cstddef>
+#include <functional>
 #include <string>
 
 namespace tandrell {
@@ -14,11 +15,16 @@ enum class FileError { cannotRead, tooLong };
 constexpr std::string_view errorDomain(FileError) { return "FileError"; }
 TANDRELL_API std::string_view errorText(FileError error);
 
+/// Gives a file from its beginning to its end, up to 64 KiB at a time, or what the standard input
+/// stream gives where the path is "-". An empty piece is the end; each call blocks until it has
+/// one.
+using FileReader = std::function<Result<std::string>()>;
+TANDRELL_API Result<FileReader> readPieces(const std::string& path);
+
 /// What a file must not exceed, in bytes, to be read whole.
 inline constexpr std::size_t maximumFileSize = std::size_t{64} << 20;
 
-/// The whole file, or what the standard input stream gives until its end where the path is "-".
-/// Blocks until then.
+/// The whole of it. Blocks until then.
 TANDRELL_API Result<std::string> readWholeFile(const std::string& path);
 
 }  // namespace tandrell

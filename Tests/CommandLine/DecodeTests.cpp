@@ -117,6 +117,27 @@ TEST_F(DecodeTests, EndsInAClearReportWhateverTheBytesAre) {
   }
 }
 
+TEST_F(DecodeTests, ALongStreamIsReadAsItComes) {
+  const auto frames = exampleFrames();
+  std::string stream = "\xFF" + std::string(70000, '\0') + std::string(70000, '\xFF');
+  const auto lone = stream.size();
+  for (int round = 0; round < 300; ++round) {
+    for (const auto& frame : frames) stream += frame;
+  }
+  machine.pieceSize = 65536;
+  const auto pieces = decode(stream);
+  const auto asWhole = machine.out;
+  EXPECT_EQ(pieces.at(1).at("command"), "parcel") << "70000 zeros are 23333 empty parcels";
+  EXPECT_EQ(std::count_if(pieces.begin(), pieces.end(),
+                          [&](const auto& piece) {
+                            return piece.contains("message") && piece["offset"] >= lone;
+                          }),
+            300 * frames.size());
+  machine.pieceSize = 999;
+  decode(stream);
+  EXPECT_EQ(machine.out, asWhole);
+}
+
 TEST_F(DecodeTests, ReadsHexadecimalAndRefusesTheRestByLineAndColumn) {
   EXPECT_EQ(machine.run({"decode", "05", "0x00", "02:08-50"}), 0);
   EXPECT_THAT(machine.out, HasSubstr("battery, 5 bytes\n"));

@@ -95,11 +95,15 @@ TEST(StatusTests, TellsWhatIsKnown) {
   VirtualMachine silent(options);
   silent.prepare = [](SimLink& link) {
     link.radio()->timeline()->after(std::chrono::seconds(5), std::weak_ptr(link.device()),
-                                    [](auto& self) { self.reportBattery(55); });
+                                    [](auto& self) {
+                                      self.reportBattery(55);
+                                      self.sleepFor(std::chrono::minutes(2));
+                                    });
   };
   EXPECT_EQ(silent.run({"--json", "status"}), 3);
   EXPECT_EQ(silent.events("device").at(0).at("battery"), 55);
   EXPECT_TRUE(silent.events("device").at(0).at("imei").is_null());
+  EXPECT_NEAR(silent.events("device").at(0).at("wakeDate"), 1'700'000'125, 1);
 }
 
 TEST(SettingsTests, AreShownAndChangedOnceTheDeviceConfirms) {

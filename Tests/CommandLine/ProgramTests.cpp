@@ -144,6 +144,8 @@ struct Mistake {
 };
 
 TEST(ArgumentTests, AreRefusedInOneLineBeforeAnythingIsOpened) {
+  std::string manyBytes;
+  for (int i = 0; i < 159; ++i) manyBytes += "é";
   const std::vector<Mistake> mistakes = {
       {{}, "no command"},
       {{"sned"}, "not expected: sned"},
@@ -152,16 +154,23 @@ TEST(ArgumentTests, AreRefusedInOneLineBeforeAnythingIsOpened) {
       {{"send", "hello"}, "no recipient"},
       {{"send", "--to", "nobody", "hello"}, "\"nobody\" is neither"},
       {{"send", "--to", "me@nowhere", "hello"}, "\"me@nowhere\" is neither"},
+      {{"send", "--to", "\x1b[2J\nme", "hello"}, "\" [2J me\" is neither"},
+      {{"send", "--to", "12", "hello"}, "\"12\" is no number of a subscriber"},
+      {{"send", "--to", "911", "hello"}, "\"911\" is no number of a subscriber"},
+      {{"send", "--to", "+1 555 555 5555", "hello"}, "is no number of a subscriber"},
+      {{"send", "--to", "0800 1111", "hello"}, "is no number of a subscriber"},
       {{"send", "--to", "+442079460018"}, "empty"},
       {{"send", "--to", "+442079460018", ""}, "empty"},
       {{"send", "--to", "+442079460018", "caf\xe9"}, "UTF-8"},
       {{"send", "--to", "+442079460018", std::string(317, 'x')}, "341 bytes, and the limit is 340"},
+      {{"send", "--to", "+442079460018", manyBytes}, "342 bytes, and the limit is 340"},
       {{"send", "--timeout", "0", "--to", "+442079460018", "hello"}, "--timeout"},
       {{"watch", "--for", "soon"}, "--for"},
       {{"--timeout", "nan", "watch"}, "--timeout"},
       {{"sos", "jump"}, "action: jump"},
       {{"track"}, "required"},
       {{"track", "add", "nobody"}, "viewer \"nobody\" is neither"},
+      {{"track", "start", "123"}, "viewer \"123\" is no number of a subscriber"},
       {{"track", "fix", "46", "nan"}, "longitude nan"},
       {{"sos", "raise", "--at", "-90.1", "0"}, "latitude -90.1"},
       {{"forecast", "46"}, "2 required"},
@@ -212,11 +221,14 @@ TEST(WatchTests, LooksForALostDeviceAgain) {
   options.faults.failConnect(2);
   VirtualMachine machine(options);
   machine.prepare = [](SimLink& link) {
+    link.radio()->timeline()->after(900ms, std::weak_ptr(link.device()),
+                                    [](auto& device) { device.sleepFor(20s); });
     losePowerSoon(link);
     link.radio()->timeline()->after(60s, std::weak_ptr(link.device()),
                                     [](auto& device) { device.powerOn(); });
   };
   EXPECT_EQ(machine.run({"--json", "watch", "--for", "66"}), 0);
+  EXPECT_THAT(machine.story(), IsSupersetOf({"wakeDate null"})) << "nothing is known of it";
   std::vector<std::string> connection;
   for (const auto& event : machine.events("connection")) connection.push_back(event.at("value"));
   EXPECT_THAT(connection, ElementsAre("disconnected", "scanning", "connected", "scanning",

@@ -71,7 +71,7 @@ class VirtualMachine final : public Machine {
     ++storesOpened;
     return Result<std::shared_ptr<UserDefaults>>::success(store);
   }
-  void startLog(const std::string&) override {}
+  void startLog(const std::string&, bool) override {}
   void run() override {
     stopped_ = false;
     time->runUntil([this] { return stopped_; }, std::chrono::hours(1));
@@ -84,6 +84,16 @@ class VirtualMachine final : public Machine {
     }
     return Result<std::string>::error({"FileError", 0, "cannot read " + path + ": no such file"});
   }
+  Result<FileReader> openFile(const std::string& path) override {
+    const auto file = readFile(path);
+    if (!file.isSuccess()) return Result<FileReader>::error(file.error());
+    return Result<FileReader>::success([this, rest = file.value()]() mutable {
+      const auto piece = rest.substr(0, pieceSize);
+      rest.erase(0, pieceSize);
+      return Result<std::string>::success(piece);
+    });
+  }
+  OutputState outputState() const override { return OutputState::whole; }
   void writeOut(std::string_view text) override { out += text; }
   void writeError(std::string_view text) override { errors += text; }
   bool isTerminal() const override { return false; }
@@ -94,6 +104,7 @@ class VirtualMachine final : public Machine {
   std::shared_ptr<SimLink> link;
   std::function<void(SimLink&)> prepare;  ///< called before the command starts
   std::map<std::string, std::string> files;
+  std::size_t pieceSize = 7;  ///< in which a file is opened
   int storesOpened = 0;
   Work interrupt;
   std::string out;

@@ -55,6 +55,26 @@ class ProgramTest(unittest.TestCase):
         process.stdout.close()
         self.assertEqual((process.wait(60), process.stderr.read()), (130, ""))
 
+    def test_an_output_that_cannot_be_written_is_a_failure(self):
+        for arguments in (["--help"], ["status", "--json", "--data-dir", self.data]):
+            with open("/dev/full", "w") as full:
+                run = subprocess.run([PROGRAM, *arguments], stdout=full, stderr=subprocess.PIPE,
+                                     text=True, timeout=60)
+            self.assertEqual(run.returncode, 1)
+            self.assertRegex(run.stderr, r"\Atandrell: cannot write to the standard output: .*\n\Z")
+
+    def test_decoding_takes_no_more_memory_for_a_longer_stream(self):
+        most = []
+        for size in (3, 3 << 20):
+            command = [PROGRAM, "decode", "--binary"]
+            process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.DEVNULL)
+            process.stdin.write(bytes(size))
+            process.stdin.close()
+            _, status, usage = os.wait4(process.pid, 0)
+            self.assertEqual(status, 0)
+            most.append(usage.ru_maxrss)
+        self.assertLess(most[1] - most[0], 30000, "in KiB")
+
     def test_a_store_that_cannot_be_opened_is_named(self):
         open(self.data, "w").close()
         process = self.start("watch", "--for", "1")

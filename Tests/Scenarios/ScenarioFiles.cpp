@@ -137,11 +137,14 @@ TEST(ScenarioFiles, TakesItsTimeAndCanBeInterrupted) {
 }
 
 TEST(ScenarioFiles, ReportsEveryErrorOfAFileAndRunsNothing) {
-  const auto played = play("titel\nat 1 phone send a to nobody \"x\"\nend\n");
+  const auto played = play(
+      "titel\nat 1 phone send a to nobody \"x\"\nend\n"
+      "at 1 phone track b add 911\n");
   EXPECT_EQ(played.status, 2);
   EXPECT_THAT(played.errors, HasSubstr("day.scenario:1: expected title"));
   EXPECT_THAT(played.errors, HasSubstr("day.scenario:2: the recipient \"nobody\" is neither"));
   EXPECT_THAT(played.errors, HasSubstr("day.scenario:3: expected \"at\", but the line ends"));
+  EXPECT_THAT(played.errors, HasSubstr("day.scenario:4: the viewer \"911\" is no number of a"));
   EXPECT_EQ(played.events.size(), 1u);
   EXPECT_EQ(play("at 1 phone connect", {"--check"}).events.size(), 1u);
 }
