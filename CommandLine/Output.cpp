@@ -45,7 +45,7 @@ Output::Piece Output::piece(const Moment& at, std::string_view type, const Field
   if (!json_) return {"@", textOf(lines)};
   const Fields time = at.date.timeIntervalSince1970();
   return {fmt::format(R"({{"type":"{}","ts":{},"offset":)", type, time.dump()),
-          "," + dump(fields).substr(1) + "\n"};
+          fmt::format(",{}\n", dump(fields).substr(1))};
 }
 
 void Output::tell(const Piece& piece, std::size_t offset) {
