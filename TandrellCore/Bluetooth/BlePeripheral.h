@@ -62,7 +62,7 @@ class BlePeripheral final : public PeripheralDelegate,
   /// The characteristic of a service that was found; absent otherwise.
   std::optional<GattCharacteristic> find(const Uuid& serviceUUID, const Uuid& charUUID) const;
 
-  const PeripheralPtr peripheral;
+  const PeripheralPtr peripheral;  ///< the device
   /// The registered services that it advertised: they decide what is attempted, and nothing else.
   std::vector<Uuid> advertisedServices;
   /// The registered services that were found after connecting.

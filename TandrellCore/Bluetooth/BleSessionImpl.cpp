@@ -59,10 +59,9 @@ Promise<Data> BleSessionImpl::writeData(const Uuid& charUUID, Data data) {
     return Promise<Data>::rejected(environment_.mainQueue(), BleError::peripheralNotFound);
   }
   Promise<Data> written(environment_.mainQueue());
-  delegate->centralQueue()->asyncBarrier(
-      [self = shared_from_this(), delegate, charUUID, data = std::move(data), written] {
-        self->queueWrite(charUUID, data, written);
-      });
+  delegate->centralQueue()->asyncBarrier([self = shared_from_this(), delegate, charUUID,
+                                          data = std::move(data),
+                                          written] { self->queueWrite(charUUID, data, written); });
   return written;
 }
 

@@ -73,6 +73,7 @@ TEST_P(WriteTest, IsCutByADropAndWaitsForTheReturnIfItIsTheSessions) {
   ble->writeData(Service, ReceivingChar, bytes, direct);
   drop();
   EXPECT_EQ(direct.result()->error(), Error(BleError::peripheralDisconnected));
+  EXPECT_THAT(log.texts(LogFacadeLevel::debug), Contains("writeData: disconnect occurred"));
   connect();
   a->expectWrite(first);
   const auto before = session->writeData(ReceivingChar, bytes);  // not even begun
