@@ -57,7 +57,7 @@ class VirtualMachine final : public Machine {
     std::vector<std::string> story;
     for (const auto& event : events()) {
       auto line = event.at("type").get<std::string>();
-      if (event.contains("value")) line += " " + event["value"].dump();
+      if (event.contains("value")) line.append(1, ' ').append(event["value"].dump());
       std::erase(line, '"');
       story.push_back(line);
     }
