@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 #include <phonenumbers/phonenumberutil.h>
+#include <phonenumbers/shortnumberinfo.h>
 
 namespace tandrell {
 namespace {
@@ -14,21 +15,22 @@ Outcome failure(RecipientError error, std::string_view role, const std::string& 
                          fmt::format("the {} \"{}\" {}", role, name, problem)});
 }
 
-/// The library also takes what may be a number in some plan; messages to it arrive nowhere.
-bool isOfSubscriber(const PhoneNumber& phone) {
+/// Whether the plan rules out that somebody has the number. One in a range that it does not know
+/// passes: the plan is as old as its package, and somebody may have such a number by now.
+bool isNobodys(const PhoneNumber& phone) {
   using Plan = i18n::phonenumbers::PhoneNumberUtil;
   const auto& plan = *Plan::GetInstance();
   i18n::phonenumbers::PhoneNumber number;
-  if (plan.Parse(phone.value(), "ZZ", &number) != Plan::NO_PARSING_ERROR) return false;
+  if (plan.Parse(phone.value(), "ZZ", &number) != Plan::NO_PARSING_ERROR) return true;
+  if (plan.IsPossibleNumberWithReason(number) != Plan::IS_POSSIBLE) return true;
   switch (plan.GetNumberType(number)) {
-    case Plan::FIXED_LINE:
-    case Plan::MOBILE:
-    case Plan::FIXED_LINE_OR_MOBILE:
-    case Plan::VOIP:
-    case Plan::PERSONAL_NUMBER:
-    case Plan::PAGER:
-    case Plan::UAN:
+    case Plan::TOLL_FREE:
+    case Plan::PREMIUM_RATE:
+    case Plan::SHARED_COST:
+    case Plan::VOICEMAIL:
       return true;
+    case Plan::UNKNOWN:
+      return i18n::phonenumbers::ShortNumberInfo().IsPossibleShortNumber(number);
     default:
       return false;
   }
@@ -51,7 +53,7 @@ Result<Recipient> recipientNamed(std::string_view role, const std::string& name,
     return failure(RecipientError::unknown, role, name,
                    "is neither a phone number nor an e-mail address");
   }
-  if (!isOfSubscriber(*phone)) {
+  if (isNobodys(*phone)) {
     return failure(RecipientError::noSubscriber, role, name, "is no number of a subscriber");
   }
   return Outcome::success({{}, phone});

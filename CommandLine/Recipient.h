@@ -24,8 +24,8 @@ struct Recipient {
 
 enum class RecipientError {
   unknown,      ///< neither a phone number nor an e-mail address
-  noSubscriber  ///< the numbering plan has no subscriber with this number: too short or too long,
-                ///< in no range, of an emergency service, or free or at a price of its own
+  noSubscriber  ///< the numbering plan says that nobody has this number: too short or too long,
+                ///< of an emergency or other service, or free or at a price of its own
 };
 constexpr std::string_view errorDomain(RecipientError) { return "RecipientError"; }
 
