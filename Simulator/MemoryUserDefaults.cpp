@@ -19,13 +19,8 @@ void MemoryUserDefaults::removeObject(std::string_view key) {
 }
 
 void MemoryUserDefaults::change(std::string_view key, const std::function<void(Entries&)>& make) {
-  Fault fault;
-  {
-    const std::lock_guard lock(mutex_);
-    fault = fault_;
-  }
   std::optional<Error> failure;
-  if (fault && fault(key)) failure.emplace("MemoryUserDefaults", 0, "taken by the fault");
+  if (isTaken(key)) failure.emplace("MemoryUserDefaults", 0, "taken by the fault");
   {
     const std::lock_guard lock(mutex_);
     ++(failure ? failedChanges_ : changes_);
@@ -33,6 +28,20 @@ void MemoryUserDefaults::change(std::string_view key, const std::function<void(E
     state_.didChange(key, failure);
   }
   state_.publish();
+}
+
+Result<Claim> MemoryUserDefaults::claim(std::string_view name) {
+  if (isTaken(name)) return Result<Claim>::error(ClaimError::cannotClaim);
+  return UserDefaults::claim(name);
+}
+
+bool MemoryUserDefaults::isTaken(std::string_view key) const {
+  Fault fault;
+  {
+    const std::lock_guard lock(mutex_);
+    fault = fault_;
+  }
+  return fault && fault(key);
 }
 
 void MemoryUserDefaults::setFault(Fault fault) {

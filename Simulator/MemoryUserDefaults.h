@@ -25,10 +25,12 @@ class TANDRELL_API MemoryUserDefaults final : public UserDefaults {
   void setObject(const PropertyList& object, std::string_view key) override;
   std::optional<PropertyList> object(std::string_view key) const override;
   void removeObject(std::string_view key) override;
+  /// One that the fault takes, by its name, fails with `ClaimError::cannotClaim`.
+  Result<Claim> claim(std::string_view name) override;
   std::optional<Error> problem() const override { return state_.problem(); }
   ObservableValue<std::optional<Error>>& observableProblem() { return state_.observable(); }
 
-  /// From now on asks `fault` before every change; an empty one ends the trouble.
+  /// From now on asks `fault` before every change and claim; an empty one ends the trouble.
   void setFault(Fault fault);
 
   /// Everything that is stored, at this moment: what would survive if the process died now.
@@ -45,6 +47,7 @@ class TANDRELL_API MemoryUserDefaults final : public UserDefaults {
  private:
   using Entries = std::map<std::string, PropertyList>;
 
+  bool isTaken(std::string_view key) const;
   void change(std::string_view key, const std::function<void(Entries&)>& make);
 
   mutable std::mutex mutex_;

@@ -20,7 +20,9 @@ target_link_libraries(phonenumber INTERFACE ${PHONENUMBER_LIBRARY} protobuf::lib
 find_path(ASIO_INCLUDE_DIR asio.hpp REQUIRED)
 add_library(asio INTERFACE)
 target_include_directories(asio SYSTEM INTERFACE ${ASIO_INCLUDE_DIR})
-target_compile_definitions(asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED)
+# How it allocates would else depend on whether a source has included the standard library before it.
+target_compile_definitions(asio INTERFACE ASIO_STANDALONE ASIO_NO_DEPRECATED
+                           ASIO_HAS_STD_ALIGNED_ALLOC=1)
 target_link_libraries(asio INTERFACE Threads::Threads)
 if(TANDRELL_SANITIZE STREQUAL "thread")
   # That sanitizer does not understand fences; the locks of a context order everything already.

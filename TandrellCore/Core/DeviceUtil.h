@@ -25,7 +25,8 @@ namespace tandrell {
 /// The book of parcels in the store belongs to one link. It is claimed by the first `toggleScan()`,
 /// `send` or `errorWaitingParcels()`, and given free with the link. While another link has it, in
 /// this process or in another one, these reject with `ClaimError::held`, whose text names the
-/// holder, and touch neither store nor radio; the next call tries again.
+/// holder, and touch neither store nor radio; the next call tries again. A claim that fails for
+/// another reason is logged, and the link goes on without it.
 ///
 /// What the store cannot keep is sent all the same, and promises are fulfilled as ever: a later
 /// start knows nothing of it. The log says so once, and `UserDefaults::problem()` for as long.

@@ -60,7 +60,9 @@ std::optional<Error> DeviceUtilImpl::claimBook(std::string_view operation) {
   }
   log.error(operation,
             [&] { return "claimBook: refused; error=" + claimed.error().description(); });
-  return claimed.error();
+  // A disk with no room for a lock keeps nobody from sending.
+  const bool isHeld = claimed.error() == Error(ClaimError::held);
+  return isHeld ? std::optional(claimed.error()) : std::nullopt;
 }
 
 void DeviceUtilImpl::noteRecording() {

@@ -260,7 +260,9 @@ TEST(DeviceUtil, SendsWhatCannotBeRecordedAndSaysSoOnce) {
   EXPECT_THAT(log.texts(LogFacadeLevel::warning),
               ElementsAre("noteRecording: all is recorded again"));
   EXPECT_THAT(log.texts(LogFacadeLevel::error),
-              ElementsAre(testing::StartsWith("noteRecording: nothing is recorded; error=")));
+              ElementsAre(testing::StartsWith("claimBook: refused; error="),
+                          testing::StartsWith("noteRecording: nothing is recorded; error="),
+                          testing::StartsWith("claimBook: refused; error=")));
 }
 
 TEST(PendingParcel, IsReadBackFromTextOfAnotherWriter) {
