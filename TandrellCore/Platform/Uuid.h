@@ -48,6 +48,6 @@ TANDRELL_API std::string listText(std::span<const Uuid> uuids);
 }  // namespace tandrell
 
 template <>
-struct TANDRELL_API std::hash<tandrell::Uuid> {
-  std::size_t operator()(const tandrell::Uuid& uuid) const noexcept;
+struct std::hash<tandrell::Uuid> {
+  TANDRELL_API std::size_t operator()(const tandrell::Uuid& uuid) const noexcept;
 };
